@@ -418,7 +418,7 @@ class TYPE_PKG {
     // Basic types by index: the IKINDs, then 12 to 14 the floating kinds, 15 void.
     TYPE* basic(int index) const { return basic_[index]; }
     TYPE* int_type(IKIND kind) const { return basic_[kind]; }
-    TYPE* flt_type(FKIND kind) const { return basic_[IK_COUNT + kind]; }
+    TYPE* flt_type(FKIND kind) const { return basic_[12 + static_cast<int>(kind)]; }
     TYPE* void_type() const { return basic_[15]; }
 
     // --- Makers. Each returns the one interned type; short forms take size and alignment from the package.
