@@ -1,0 +1,118 @@
+// Basic blocks, edges, labels and loops: the flow graph's records and their primitives.
+
+#ifndef OPT5_BBLK_H
+#define OPT5_BBLK_H
+
+#include <cstdint>
+
+#include "serial_object.h"
+
+class BBLK;
+class BITVEC;
+class LS;
+class NODE;
+struct FUNINFO;
+struct LIST;
+struct PSN;
+
+constexpr double UNKNOWN_FREQ = -1.0;
+
+// A list cell, not a graph object.
+struct EDGE {
+    BBLK* bb;    // the block at the other end
+    double freq; // UNKNOWN_FREQ when unknown
+    EDGE* next;
+};
+
+struct LBL {
+    LBL* next;           // of the function's list of labels
+    BBLK* bb;            // the block; null until the flow graph stands
+    std::int32_t number; // labels made by the optimizer are negative until renumber_bblocks
+    std::int32_t refs;   // references, counted when edges are derived
+};
+
+// The loop record of the loop hierarchy. Passes add the working fields that they need.
+struct LOOP {
+    BBLK* head;
+    BBLK* tail;
+    BBLK* preheader;
+    EDGE* contents; // blocks of the body
+    std::int32_t number;
+    std::int16_t level; // nesting; the root has 0
+    LOOP* parent;
+    LOOP* sibling;
+    LOOP* child;
+};
+
+class BBLK final : public serial_object<BBLK, FUNINFO> {
+  public:
+    BBLK* next = nullptr;        // layout order
+    BBLK* prev = nullptr;        // the first block's is the last block
+    BBLK* layout_next = nullptr; // second forward link, kept in step by insert_new_bb
+    LIST* statements = nullptr;
+    EDGE* predecessors = nullptr;
+    EDGE* successors = nullptr;
+    LBL* label = nullptr; // made on demand
+    LOOP* loop = nullptr; // innermost loop; in the first block the root of the hierarchy
+    PSN* first_psn = nullptr;
+    PSN* last_psn = nullptr;
+    std::int32_t dfn = 0;      // position in the block list, from 1
+    std::int32_t dfn_mark = 0; // -1 in a block that insert_new_bb has placed
+    std::uint8_t visited = 0;
+    void* trace = nullptr; // superblock trace
+    double dFreqIn = UNKNOWN_FREQ;
+    std::int32_t count = -1;
+
+    explicit BBLK(FUNINFO* function);
+    ~BBLK() override;
+    unsigned uon() const { return id; } // permanent number, as debug texts call it
+};
+
+// --- Edges (bbutils.cpp). Cells come from the current pool. Every change marks the flow information stale.
+
+EDGE* mkedge(BBLK* bb, EDGE* next);                // freq unknown
+EDGE* add_edge(BBLK* bb, EDGE* list, double freq); // the list unchanged if the block is already on it
+EDGE* remove_edge(BBLK* bb, EDGE* list);           // the list unchanged if it is not
+bool edge_memberp(const BBLK* bb, const EDGE* list);
+int edge_length(const EDGE* list);
+EDGE* rev_edge_list(EDGE* list);
+EDGE* sort_edge_list(EDGE* list);      // by dfn, insertion sort
+EDGE* fast_sort_edge_list(EDGE* list); // by dfn, for long lists
+EDGE* copy_edge_list(const EDGE* list);
+void erase_edge(EDGE* edge);
+EDGE* erase_edge_list(EDGE* list); // returns null
+// Makes the block's successor list, and the predecessor lists of old and new successors, agree with the
+// branch targets of `tree`, its last statement.
+void fixup_edge_lists(BBLK* bb, NODE* tree);
+// The blocks that the tree's LABEL references name, in tree order, put in front of `list` without repeats.
+EDGE* list_branch_targets(NODE* tree, EDGE* list);
+
+// --- Blocks.
+
+BBLK* mkbblock(LIST* statements, BBLK* place, FUNINFO* function);
+BBLK* insert_new_bb(int dfn, BBLK* after, LIST* statements);
+void delink_old_bb(BBLK* bb); // out of the block list; edges and statements stay
+bool BB_is_in_bb_list(const BBLK* bb);
+void renumber_bblocks(); // DFNs, bb_count, label numbers
+void clear_visited();
+BBLK* split_cfg_edge(BBLK* from, BBLK* to);
+void split_critical_edges(bool all);
+BBLK* split_block(BBLK* bb, LIST* at, bool always);
+void subst_bb_for_bb_in_stmts(BBLK* new_bb, BBLK* old_bb, LIST* statements);
+void remap_labelrefs(NODE* tree, BBLK* old_bb, BBLK* new_bb);
+void insert_stmt_before_stmt_in_bb(NODE* statement, NODE* before, BBLK* bb, const PSN* psn);
+void erase_bblock(BBLK* bb); // leaves a cleared shell; deleting it is the caller's
+LOOP* make_LOOP();
+bool loop_is_innermost(const LOOP* loop);
+
+// The last statement of the block, null when it has none. Linear in the block.
+NODE* last_statement(const BBLK* bb);
+LIST* last_cell(const BBLK* bb);
+
+// --- Labels of the current function.
+
+LBL* mklabel(int number, LBL* next, BBLK* bb);
+LBL* find_label(int number);
+int next_internal_label(); // counts down from -1, starts again behind -30000
+
+#endif

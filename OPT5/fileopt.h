@@ -1,0 +1,146 @@
+// Function records and the call graph.
+
+#ifndef OPT5_FILEOPT_H
+#define OPT5_FILEOPT_H
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "if_client.h"
+#include "pool.h"
+
+class BBLK;
+class LS;
+class NODE;
+class SYMTAB;
+class TYPE;
+struct FUNINFO;
+struct LBL;
+struct LIST;
+struct LOOP;
+struct PSN;
+
+// Flags of a FUNINFO.
+enum FUN_FLAGS : std::uint32_t {
+    FUN_calls_anonymous = 1u << 0, // makes an indirect call
+    FUN_cannot_suppress = 1u << 1, // the out-of-line body must be kept
+    FUN_is_unsuppressed = 1u << 2, // was marked for suppression and taken back
+    FUN_never_returns = 1u << 3,
+    FUN_calls_OUTSIDE = 1u << 4, // may call code outside this file
+    FUN_cannot_inline = 1u << 5,
+    FUN_is_suppressed = 1u << 6, // all sites inlined: no out-of-line body is emitted
+    FUN_no_global_asg = 1u << 7,
+    FUN_no_global_use = 1u << 8,
+    FUN_is_referenced = 1u << 9, // retained by its symbol's retention state
+    FUN_calls_SYSTEM = 1u << 10, // calls a library function not defined here
+    FUN_is_processed = 1u << 11, // the pipeline has finished with it
+    FUN_is_anonymous = 1u << 12, // its address is taken
+    FUN_is_interrupt = 1u << 13,
+    FUN_follows_call = 1u << 14, // sits on a back edge of the ordered graph
+    FUN_value_needed = 1u << 15, // some call uses the result
+    FUN_no_byref_asg = 1u << 16,
+    FUN_is_pure_fun = 1u << 17,
+    FUN_cannot_beta = 1u << 18, // its parameters must not be specialised
+    FUN_no_RPT_loop = 1u << 19,
+    FUN_is_inlined = 1u << 21, // an integrable definition exists
+    FUN_no_ind_asg = 1u << 22,
+    FUN_no_ind_use = 1u << 23,
+    FUN_is_cg_root = 1u << 24, // called from the anonymous root
+    FUN_is_called = 1u << 26,
+    FUN_is_extern = 1u << 27,
+    FUN_is_SYSTEM = 1u << 28, // library function known by name
+    FUN_has_1_BB = 1u << 29,
+    FUN_is_main = 1u << 30,
+    FUN_is_cpp = 1u << 31
+};
+
+// One direct callee of a function.
+struct CALL_EDGE {
+    FUNINFO* callee;
+    unsigned ncalls; // never 0
+    CALL_EDGE* next;
+};
+
+struct FUNLIST {
+    FUNINFO* fun;
+    FUNLIST* next;
+};
+
+// Everything known of one function that the file defines or mentions. Records live to the end of the run;
+// a function's body lives in its pool until erase_all.
+struct FUNINFO {
+    SYMTAB* symbol = nullptr; // null for a record known only by name
+    CALL_EDGE* callees = nullptr;
+    std::vector<SYMTAB*> fl_statics; // function-local statics of this function
+    CALL_EDGE* dfs_cursor = nullptr;
+    TYPE* return_type = nullptr;
+    std::vector<EHT_ENTRY> eht;
+    PSN* psn = nullptr;     // of the definition
+    PSN* end_psn = nullptr; // of the end of function record
+    PSN* args_psn = nullptr;
+    PSN* locals_psn = nullptr;
+    std::uint32_t flags = 0;     // FUN_FLAGS
+    std::int32_t size = 0;       // body size in units of scan_for_funinfo
+    std::int16_t cg_number = -1; // position in the ordered call graph
+    std::uint16_t nCallers = 0;
+    std::int16_t nArgs = 0;          // common to all calls; -1 when unknown
+    std::uint32_t profile_state = 0; // 0 none, 1 being built, 2 profiled
+    std::uint32_t entry_count = 0xffffffffu;
+    std::string name; // without prefix
+    const char* source_file = "NO_PSN_FILE";
+
+    // The body, alive from reading to "output function".
+    POOL pool;
+    BBLK* bb_list = nullptr; // first block; its `prev` is the last, the exit block
+    std::int32_t bb_count = 0;
+    std::vector<BBLK*> blocks;  // by id
+    LIST* statements = nullptr; // while reading: statement list, last statement first
+    SYMTAB* params = nullptr;   // in order
+    SYMTAB* locals = nullptr;   // in order
+    SYMTAB* temps = nullptr;    // newest first
+    SYMTAB* params_tail = nullptr;
+    SYMTAB* locals_tail = nullptr;
+    LS* scopes = nullptr; // root of the function's scope tree
+    LBL* labels = nullptr;
+    std::int32_t next_label = -1; // internal labels count down
+    std::int32_t next_temp = 0;
+    std::uint32_t next_serial = 0; // symbols of the function so far
+    bool flow_is_stale = true;     // cached flow information is no longer valid
+    bool dfn_is_valid = false;
+    bool has_no_calls = true;      // kept only by functions without calls
+    std::uint32_t fields_seen = 0; // FIELD nodes of bit-fields
+    bool is_defined = false;       // its body has been read
+
+    std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }
+};
+
+inline bool TEST_FLAG(const FUNINFO* f, std::uint32_t mask) { return (f->flags & mask) != 0; }
+
+// The file-wide anchor of the call graph.
+struct FILEINFO {
+    std::vector<FUNINFO*> defined; // defined functions
+    std::vector<FUNINFO*> ordered; // call-graph order, the root first; empty until built
+    FUNINFO* root = nullptr;       // the anonymous root, " ? "
+    std::uint8_t flags = 0;
+};
+extern FILEINFO fileinfo;
+extern int no_outside_callers, no_outside_writers, whole_file_mode;
+
+void init_proc_integration();          // empties the record map
+void init_fileopts();                  // modes, anonymous root
+FUNINFO* make_FUNINFO(SYMTAB* symbol); // finds or makes
+FUNINFO* make_FUNINFO(const char* name);
+FUNINFO* find_FUNINFO(SYMTAB* symbol); // null when there is none
+FUNINFO* find_FUNINFO(const char* name);
+FUNINFO* find_FUNINFO_for_call(NODE* call); // null when the callee cannot be told
+bool function_is_defined(const FUNINFO* function);
+bool is_system_function(const char* name);
+void preprocess_fundef(FUNINFO* function);
+void set_up_and_build_call_graph();
+void dump_FUNINFO(const FUNINFO* function, const char* heading);
+// Step 10: orders `functions` by the call graph and drops the ones that need no code.
+void set_call_graph_order();
+
+#endif
