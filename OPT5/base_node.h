@@ -16,6 +16,7 @@ class BASE_NODE {
 
     // Shape. `node_op` is an operator number of opcodes.h; the operands are null where absent.
     virtual int node_op() const = 0;
+    virtual void set_node_op(int op) = 0;
     virtual TYPE* node_type() const = 0;
     virtual BASE_NODE* node_left() const = 0;
     virtual BASE_NODE* node_right() const = 0;

@@ -78,7 +78,8 @@ extern void (*if_fatal_hook)(const std::string& line);
 // What the reader knows of a type number: the type, and its members by number when it is an aggregate.
 struct TYPE_INFO {
     TYPE* type = nullptr;
-    int open_list = -1; // list id that the last header opened, -1 when none is open
+    int open_list = -1;         // list id that the last header opened, -1 when none is open
+    unsigned pending_lists = 0; // bit per list id still to come before the type is complete
 };
 
 struct OPTION_SET {
@@ -232,27 +233,53 @@ class I_FILE {
   private:
     I_FILE() = default;
     ~I_FILE();
-    friend struct I_FILE_TYPES; // if_type.cpp: the type section's routines
 
-    TYPE* find_typeref(unsigned number); // if_type.cpp; "invalid forward reference" is fatal
+    // --- Reader's buffer: one window of the stream. `limit_` ends the window or the record at hand,
+    // whichever comes first, so that one comparison guards both.
+    unsigned char get() { return cursor_ != limit_ ? *cursor_++ : get_slow(); }
+    unsigned char get_slow();
+    void set_limit();
+    bool read_header_record(IF_CLIENT* client);
+    void begin_section(std::uint32_t offset, const char* what);
+
+    // --- Type section (if_type.cpp).
+    friend struct I_FILE_TYPES;
+    TYPE* find_typeref(unsigned number); // "invalid forward reference" is fatal
     fkMDATA* find_mdataref(TYPE* csu, unsigned number);
-    void if_reference_type(TYPE* type);
+    void if_read_type();
     void if_mark_global_types();
+
+    // --- Symbols and trees (if_symbol.cpp).
     I_SYMTAB* find_symbol(std::uint32_t level, std::uint32_t index);
     I_SYMTAB* if_read_symbol_def();
     void if_read_pragma(I_SYMTAB* owner);
     void if_read_init();
     void if_read_eht();
+    BASE_NODE* read_node(int& subtrees);
+    void write_node(BASE_NODE* node);
+    [[noreturn]] void invalid_record();
+
+    // --- Records of a body (if_read.cpp).
+    void dispatch(const RECORD_HEADER& header);
+    void read_ldspec();
+    void need_function(const char* what);
+
     void if_write_magic();
     void if_write_all_options();
     void if_write_all_files();
     void if_write_all_globals();
+    void put(const void* bytes, std::size_t n);
+
+    struct TREE_FRAME {
+        BASE_NODE* node;
+        int subtrees;
+        int done;
+    };
 
     std::string name_;
     std::string producer_;
     std::FILE* stream_ = nullptr;
     long base_ = 0;
-    long end_ = 0; // readers: size of the file from base_
     bool writing_ = false;
     IF_CLIENT* client_ = nullptr;
     int version_ = ICODE_VERSION;
@@ -262,13 +289,27 @@ class I_FILE {
     TYPE_PKG* tp_ = nullptr;
     std::unordered_map<unsigned, TYPE_INFO> type_map_;
     std::vector<const char*> file_names_;                // entry 0 is never used
-    std::unordered_map<const char*, unsigned> file_ids_; // writers: interned name to number
+    std::unordered_map<const char*, unsigned> file_ids_; // interned name to number
     std::uint32_t extra_ = 0;
     int level_ = 0;
     std::vector<I_SYMTAB*> locals_;
     std::vector<I_SYMTAB*> globals_;
+
+    // Readers.
+    std::vector<unsigned char> window_;
+    unsigned char* cursor_ = nullptr;
+    unsigned char* limit_ = nullptr;
+    unsigned char* window_end_ = nullptr;
+    long window_offset_ = 0; // of the window's first byte
+    long end_ = 0;           // size of the file
+    long record_end_ = -1;   // of the record at hand, -1 between records
+    std::vector<TREE_FRAME> frames_;
+    std::string scratch_; // result of i_read_string
+
+    // Writers.
     std::vector<unsigned char> buffer_; // record under construction
-    std::string scratch_;               // result of i_read_string
+    long written_ = 0;
+    bool write_failed_ = false;
 };
 
 #endif

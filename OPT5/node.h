@@ -75,6 +75,7 @@ class NODE final : public BASE_NODE {
         return op == op::ICON && !fits_in_icon() ? int{op::LCON} : op == op::ISP2CHAR ? int{op::PCONV} : op;
     }
     bool fits_in_icon() const; // ICON: the value survives a record with 32 bits, read back by the type
+    void set_node_op(int new_op) override { op = new_op; }
     TYPE* node_type() const override { return type; }
     BASE_NODE* node_left() const override { return left; }
     BASE_NODE* node_right() const override { return right; }

@@ -79,6 +79,8 @@ const char* error_code_name(TP_ERROR_CODE code);
 
 // Prints "TP>> internal error: %s\n" on standard error and ends the run with status 1.
 [[noreturn]] void tp_die(const char* text);
+// A test harness may take the text instead of ending the run; the hook must not return.
+extern void (*tp_die_hook)(const char* text);
 
 // Elements of a type's lists. All strings are interned; element vectors belong to their type.
 
@@ -291,7 +293,10 @@ class TYPE {
     bool is_vpred() const; // vector predicate: a vector of bool
     bool is_complete() const;
     bool is_lowered() const;
-    bool is_explicit_sign() const; // integer made with an explicit sign
+    bool is_explicit_sign() const;                               // integer made with an explicit sign
+    bool is_marked_bool() const { return true_type_->is_bool_; } // integer record's truth value mark
+    bool is_cpp_typedef() const { return is_cpp_; }
+    unsigned own_qual() const { return static_cast<unsigned>(subkind_); } // bits of this qualified type alone
 
     // Signedness of the value: an enum answers for its underlying type. Integer types other than bool and
     // the unsigned kinds are signed, as are floating and signed fixed point types. Pointers are unsigned.
@@ -352,6 +357,9 @@ class TYPE {
     void check_nfrozen() const;
     void set_is_complete(bool complete);
 
+    // Appends the types that this one is built from, those of a structure's members and lists included.
+    void append_parts(std::vector<TYPE*>& parts) const;
+
     // Writer's marks: spread `referenced` over all that marked types name or contain.
     void mark_named_types(bool mark_all);
     void mark_refed_types();
@@ -359,6 +367,10 @@ class TYPE {
   private:
     friend class TYPE_PKG;
     TYPE() = default;
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block, std::size_t size);
+
+    [[noreturn]] static void bad_kind(const char* reader);
 
     unsigned uid_ = 0;
     KIND kind_ = VOID_KIND;
@@ -523,6 +535,10 @@ class TYPE_PKG {
     };
 
     TYPE* create_type(TYPE::KIND kind, const TYPE_LAYOUT& layout);
+    TYPE* make_csu(TYPE::KIND kind, const char* name, const TYPE_LAYOUT& layout);
+    TYPE* derive(TYPE::KIND kind, TYPE* target, int subkind, const TYPE_LAYOUT& layout);
+    TYPE* parent_of(const TYPE* type) const;
+    bool csu_equal(TYPE* a, TYPE* b, std::vector<std::pair<TYPE*, TYPE*>>& assumed);
     TYPE* register_type(TYPE* type, TYPE* parent);
     void assign_uid(TYPE* type);
 
@@ -530,6 +546,7 @@ class TYPE_PKG {
     TYPE* basic_[16] = {};
     std::map<std::string, TYPE*> by_name_;
     std::vector<TYPE*> by_uid_;
+    std::vector<TYPE*> all_; // owned: registered, unfinished and interned-away types
     unsigned next_uid_ = 1;
     unsigned unit_ = 0;
     unsigned next_fake_ = 0;

@@ -44,6 +44,7 @@ class tree final : public BASE_NODE {
     float fcon() const;
 
     int node_op() const override { return op; }
+    void set_node_op(int new_op) override { op = new_op; }
     TYPE* node_type() const override { return type; }
     BASE_NODE* node_left() const override { return left; }
     BASE_NODE* node_right() const override { return right; }
