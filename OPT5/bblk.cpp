@@ -136,7 +136,8 @@ void for_each_labelref(NODE* transfer, const std::function<void(NODE*)>& visit) 
     NODE* labels = nullptr;
     switch (transfer->op) {
         case BRANCH: labels = transfer->left; break;
-        case IF: case SWITCH: labels = transfer->right; break;
+        case IF:
+        case SWITCH: labels = transfer->right; break;
         default: return;
     }
     walk_tree(labels, [&visit](NODE* node) {
@@ -275,7 +276,8 @@ void remap_labelrefs(NODE* tree, BBLK* old_bb, BBLK* new_bb) {
 }
 
 void subst_bb_for_bb_in_stmts(BBLK* new_bb, BBLK* old_bb, LIST* statements) {
-    for (; statements != nullptr; statements = statements->next) remap_labelrefs(statements->first, old_bb, new_bb);
+    for (; statements != nullptr; statements = statements->next)
+        remap_labelrefs(statements->first, old_bb, new_bb);
 }
 
 namespace {
@@ -315,13 +317,13 @@ BBLK* split_cfg_edge(BBLK* from, BBLK* to) {
 namespace {
 
 bool is_back_edge(const BBLK* from, const BBLK* to) {
-    const LOOP* loop = from->loop;
+    const ::LOOP* loop = from->loop;
     if (loop == nullptr || loop->level == 0) return from->dfn >= to->dfn;
     return to == loop->head && from == loop->tail;
 }
 
 void join_inner_loop(BBLK* bb, BBLK* from, BBLK* to) {
-    LOOP* loop = from->loop;
+    ::LOOP* loop = from->loop;
     if (to->loop != nullptr && (loop == nullptr || to->loop->level > loop->level)) loop = to->loop;
     bb->loop = loop;
     if (loop != nullptr) loop->contents = fast_sort_edge_list(mkedge(bb, loop->contents));
@@ -382,9 +384,9 @@ void erase_bblock(BBLK* bb) {
     bb->label = nullptr;
 }
 
-LOOP* make_LOOP() { return static_cast<LOOP*>(current_pool().allocate(sizeof(LOOP))); }
+::LOOP* make_LOOP() { return static_cast<::LOOP*>(current_pool().allocate(sizeof(::LOOP))); }
 
-bool loop_is_innermost(const LOOP* loop) { return loop->child == nullptr; }
+bool loop_is_innermost(const ::LOOP* loop) { return loop->child == nullptr; }
 
 LIST* last_cell(const BBLK* bb) {
     LIST* cell = bb->statements;

@@ -130,9 +130,9 @@ BBLK* split_cfg_edge(BBLK* from, BBLK* to);
 // Splits the edges from a block with several successors to one with several predecessors; unless `all`, the
 // back edges of loops stay.
 void split_critical_edges(bool all);
-// Moves the statements from `at` on into a new block behind `bb`, to which `bb` then branches; returns the new
-// block. At the first statement of a block other than the list's head nothing happens unless `always`, and at
-// the exit block never: `bb` is returned. Edges stay right; DFNs are stale.
+// Moves the statements from `at` on into a new block behind `bb`, to which `bb` then branches; returns the
+// new block. At the first statement of a block other than the list's head nothing happens unless `always`,
+// and at the exit block never: `bb` is returned. Edges stay right; DFNs are stale.
 BBLK* split_block(BBLK* bb, LIST* at, bool always);
 // In the statements, references to `old_bb` become references to `new_bb`. Edges are the caller's.
 void subst_bb_for_bb_in_stmts(BBLK* new_bb, BBLK* old_bb, LIST* statements);
@@ -152,6 +152,6 @@ LIST* last_cell(const BBLK* bb);
 LBL* mklabel(int number, LBL* next, BBLK* bb);
 LBL* find_label(int number); // of the current function, null when there is none; linear
 LBL* label_of(BBLK* bb);     // the block's label, made with the next internal number if it has none
-int next_internal_label(); // counts down from -1, starts again behind -30000
+int next_internal_label();   // counts down from -1, starts again behind -30000
 
 #endif

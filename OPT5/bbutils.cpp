@@ -30,15 +30,20 @@ namespace {
 bool same_payload(NODE* a, NODE* b) {
     switch (a->op) {
         case NAME: return a->symbol() == b->symbol();
-        case ICON: case SKIP: case SWITCH: return a->u.lval == b->u.lval;
+        case ICON:
+        case SKIP:
+        case SWITCH: return a->u.lval == b->u.lval;
         case FCON: return get_ieee_flt_fmt(a->fval()) == get_ieee_flt_fmt(b->fval());
         case FIELD: return a->mdata == b->mdata && a->csu() == b->csu();
         case SCON:
             return a->text_length == b->text_length &&
                    std::string_view(a->text, a->text_length) == std::string_view(b->text, b->text_length);
-        case LABEL: case LABELDEF:
-            return a->label == b->label && (a->label != nullptr || a->u.lval == b->u.lval);
-        case ICALL: case UICALL: case MCALL: case UMCALL: return a->intrinsic() == b->intrinsic();
+        case LABEL:
+        case LABELDEF: return a->label == b->label && (a->label != nullptr || a->u.lval == b->u.lval);
+        case ICALL:
+        case UICALL:
+        case MCALL:
+        case UMCALL: return a->intrinsic() == b->intrinsic();
         case PPRAGMA: return a->pragma() == b->pragma();
         case ASM: return a->u.lval == b->u.lval && std::string_view(a->text) == std::string_view(b->text);
         default: return true;
@@ -69,7 +74,8 @@ bool node_is_volatile_access(const NODE* node) {
             if (symbol->otype != nullptr && symbol->otype->is_volatile()) return true;
             return volit_vars != 0 && symbol->level == 0;
         }
-        case UMULT: case STREF: {
+        case UMULT:
+        case STREF: {
             if (volit_vars != 0) return true;
             if (node->type != nullptr && node->type->is_volatile()) return true;
             TYPE* pointer = node->left != nullptr ? node->left->type : nullptr;
@@ -84,7 +90,8 @@ bool node_is_volatile_access(const NODE* node) {
 }
 
 bool tree_has_side_effects(NODE* tree) {
-    return any_node(tree, [](NODE* node) { return side_effects[node->op] != SE_NONE || node_is_volatile_access(node); });
+    return any_node(
+        tree, [](NODE* node) { return side_effects[node->op] != SE_NONE || node_is_volatile_access(node); });
 }
 
 namespace {

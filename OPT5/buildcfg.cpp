@@ -6,9 +6,11 @@
 //     following   the block built last: the one that control runs into
 //
 //   1. The exit block, a URETURN, stands alone.
-//   2. A transfer ends a block: what is pending behind it becomes a block without a label (unreachable, unless
+//   2. A transfer ends a block: what is pending behind it becomes a block without a label (unreachable,
+//   unless
 //      it is what a SWITCH without a DEFAULT runs into), and the transfer starts the new pending list.
-//   3. A LABELDEF makes what is pending a block that carries the label. With nothing pending, the label is one
+//   3. A LABELDEF makes what is pending a block that carries the label. With nothing pending, the label is
+//   one
 //      more name of the following block.
 //   4. A statement ahead of a label, with nothing pending, runs into the following block: it gets a BRANCH.
 //      So does the end of a body.

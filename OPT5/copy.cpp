@@ -82,9 +82,11 @@ template <class COPY> LIST* copy_cells(LIST* list, COPY copy_first, bool copy_ps
 } // namespace
 
 LIST* copy_statements(LIST* list, bool keep_scratch) {
-    return copy_cells(list, [keep_scratch](NODE* tree) { return copy_tree(tree, keep_scratch); }, true);
+    return copy_cells(
+        list, [keep_scratch](NODE* tree) { return copy_tree(tree, keep_scratch); }, true);
 }
 
 LIST* copy_shared_statements(LIST* list) {
-    return copy_cells(list, [](NODE* tree) { return tree; }, false);
+    return copy_cells(
+        list, [](NODE* tree) { return tree; }, false);
 }

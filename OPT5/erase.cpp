@@ -64,7 +64,9 @@ LIST* erase_tree_list(LIST* list) { return erase_tree_list_to_entry(list, nullpt
 LIST* erase_tree_list_only(LIST* list) { return erase_tree_list_to_entry(list, nullptr, false); }
 
 void erase_all() {
-    FUNINFO* function = currfuninfo != nullptr ? currfuninfo : currfunc != nullptr ? find_FUNINFO(currfunc) : nullptr;
+    FUNINFO* function = currfuninfo != nullptr ? currfuninfo
+                        : currfunc != nullptr  ? find_FUNINFO(currfunc)
+                                               : nullptr;
     if (function == nullptr) return;
     // Blocks, trees, symbols and scopes hold no memory of their own: giving back the pool frees them all.
     for (PRAGMA* pragma : function->owned_pragmas) delete pragma;

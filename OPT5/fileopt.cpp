@@ -22,8 +22,8 @@ int no_outside_callers, no_outside_writers, whole_file_mode;
 namespace {
 
 struct RECORDS {
-    std::unordered_map<SYMTAB*, FUNINFO*> by_symbol;    // only for look-ups
-    std::unordered_map<std::string, FUNINFO*> by_name;  // functions that other files may name
+    std::unordered_map<SYMTAB*, FUNINFO*> by_symbol;   // only for look-ups
+    std::unordered_map<std::string, FUNINFO*> by_name; // functions that other files may name
     std::vector<FUNINFO*> all;
 };
 
@@ -35,38 +35,170 @@ RECORDS& records() {
 // --- What a name says.
 
 // The C library, and the run-time support of exceptions; sorted.
-constexpr std::string_view SYSTEM_FUNCTIONS[] = {
-    "__cxa_allocate_exception", "__cxa_begin_catch", "__cxa_end_catch", "__cxa_rethrow", "__cxa_throw", "_sqrt",
-    "abort", "abs", "acos", "asctime", "asin", "atan", "atan2", "atexit", "atof", "atoi", "atol", "bsearch",
-    "calloc", "ceil", "clearerr", "clock", "cos", "cosh", "ctime", "difftime", "div", "exit", "exp", "fabs",
-    "fclose", "feof", "ferror", "fflush", "fgetc", "fgetpos", "fgets", "floor", "fmod", "fopen", "fprintf",
-    "fputc", "fputs", "fread", "free", "freopen", "frexp", "fscanf", "fseek", "fsetpos", "ftell", "fwrite",
-    "getc", "getchar", "getenv", "gets", "gmtime", "isalnum", "isalpha", "iscntrl", "isdigit", "isgraph",
-    "islower", "isprint", "ispunct", "isspace", "isupper", "isxdigit", "labs", "ldexp", "ldiv", "localeconv",
-    "localtime", "log", "log10", "longjmp", "malloc", "mblen", "mbstowcs", "mbtowc", "memchr", "memcmp", "memcpy",
-    "memmove", "memset", "mktime", "modf", "perror", "pow", "printf", "putc", "putchar", "puts", "qsort",
-    "raise", "rand", "realloc", "remove", "rename", "rewind", "scanf", "setbuf", "setjmp", "setlocale",
-    "setvbuf", "signal", "sin", "sinh", "sprintf", "sqrt", "srand", "sscanf", "strcat", "strchr", "strcmp",
-    "strcoll", "strcpy", "strcspn", "strerror", "strftime", "strlen", "strncat", "strncmp", "strncpy", "strpbrk",
-    "strrchr", "strspn", "strstr", "strtod", "strtok", "strtol", "strtoul", "strxfrm", "system", "tan", "tanh",
-    "time", "tmpfile", "tmpnam", "tolower", "toupper", "ungetc", "vfprintf", "vprintf", "vsprintf", "wcstombs",
-    "wctomb"};
+constexpr std::string_view SYSTEM_FUNCTIONS[] = {"__cxa_allocate_exception",
+                                                 "__cxa_begin_catch",
+                                                 "__cxa_end_catch",
+                                                 "__cxa_rethrow",
+                                                 "__cxa_throw",
+                                                 "_sqrt",
+                                                 "abort",
+                                                 "abs",
+                                                 "acos",
+                                                 "asctime",
+                                                 "asin",
+                                                 "atan",
+                                                 "atan2",
+                                                 "atexit",
+                                                 "atof",
+                                                 "atoi",
+                                                 "atol",
+                                                 "bsearch",
+                                                 "calloc",
+                                                 "ceil",
+                                                 "clearerr",
+                                                 "clock",
+                                                 "cos",
+                                                 "cosh",
+                                                 "ctime",
+                                                 "difftime",
+                                                 "div",
+                                                 "exit",
+                                                 "exp",
+                                                 "fabs",
+                                                 "fclose",
+                                                 "feof",
+                                                 "ferror",
+                                                 "fflush",
+                                                 "fgetc",
+                                                 "fgetpos",
+                                                 "fgets",
+                                                 "floor",
+                                                 "fmod",
+                                                 "fopen",
+                                                 "fprintf",
+                                                 "fputc",
+                                                 "fputs",
+                                                 "fread",
+                                                 "free",
+                                                 "freopen",
+                                                 "frexp",
+                                                 "fscanf",
+                                                 "fseek",
+                                                 "fsetpos",
+                                                 "ftell",
+                                                 "fwrite",
+                                                 "getc",
+                                                 "getchar",
+                                                 "getenv",
+                                                 "gets",
+                                                 "gmtime",
+                                                 "isalnum",
+                                                 "isalpha",
+                                                 "iscntrl",
+                                                 "isdigit",
+                                                 "isgraph",
+                                                 "islower",
+                                                 "isprint",
+                                                 "ispunct",
+                                                 "isspace",
+                                                 "isupper",
+                                                 "isxdigit",
+                                                 "labs",
+                                                 "ldexp",
+                                                 "ldiv",
+                                                 "localeconv",
+                                                 "localtime",
+                                                 "log",
+                                                 "log10",
+                                                 "longjmp",
+                                                 "malloc",
+                                                 "mblen",
+                                                 "mbstowcs",
+                                                 "mbtowc",
+                                                 "memchr",
+                                                 "memcmp",
+                                                 "memcpy",
+                                                 "memmove",
+                                                 "memset",
+                                                 "mktime",
+                                                 "modf",
+                                                 "perror",
+                                                 "pow",
+                                                 "printf",
+                                                 "putc",
+                                                 "putchar",
+                                                 "puts",
+                                                 "qsort",
+                                                 "raise",
+                                                 "rand",
+                                                 "realloc",
+                                                 "remove",
+                                                 "rename",
+                                                 "rewind",
+                                                 "scanf",
+                                                 "setbuf",
+                                                 "setjmp",
+                                                 "setlocale",
+                                                 "setvbuf",
+                                                 "signal",
+                                                 "sin",
+                                                 "sinh",
+                                                 "sprintf",
+                                                 "sqrt",
+                                                 "srand",
+                                                 "sscanf",
+                                                 "strcat",
+                                                 "strchr",
+                                                 "strcmp",
+                                                 "strcoll",
+                                                 "strcpy",
+                                                 "strcspn",
+                                                 "strerror",
+                                                 "strftime",
+                                                 "strlen",
+                                                 "strncat",
+                                                 "strncmp",
+                                                 "strncpy",
+                                                 "strpbrk",
+                                                 "strrchr",
+                                                 "strspn",
+                                                 "strstr",
+                                                 "strtod",
+                                                 "strtok",
+                                                 "strtol",
+                                                 "strtoul",
+                                                 "strxfrm",
+                                                 "system",
+                                                 "tan",
+                                                 "tanh",
+                                                 "time",
+                                                 "tmpfile",
+                                                 "tmpnam",
+                                                 "tolower",
+                                                 "toupper",
+                                                 "ungetc",
+                                                 "vfprintf",
+                                                 "vprintf",
+                                                 "vsprintf",
+                                                 "wcstombs",
+                                                 "wctomb"};
 static_assert(std::size(SYSTEM_FUNCTIONS) == 147);
 static_assert(std::is_sorted(std::begin(SYSTEM_FUNCTIONS), std::end(SYSTEM_FUNCTIONS)));
 
 // These may run the program's own functions, or are not plain calls. `exit` and `raise` belong here because
 // they run what `atexit` and `signal` have registered.
-constexpr std::string_view MAY_USE_GLOBALS[] = {"longjmp", "setjmp", "signal", "bsearch", "qsort", "__cxa_throw",
-                                                "__cxa_rethrow", "__cxa_begin_catch", "fopen", "freopen",
-                                                "fclose", "fread", "fwrite", "fseek", "rename", "exit", "raise"};
-constexpr std::string_view READS_MEMORY[] = {"strcmp", "strlen", "ferror", "feof", "ftell", "getenv", "mblen",
-                                             "printf", "fprintf"};
+constexpr std::string_view MAY_USE_GLOBALS[] = {
+    "longjmp", "setjmp",  "signal", "bsearch", "qsort",  "__cxa_throw", "__cxa_rethrow", "__cxa_begin_catch",
+    "fopen",   "freopen", "fclose", "fread",   "fwrite", "fseek",       "rename",        "exit",
+    "raise"};
+constexpr std::string_view READS_MEMORY[] = {"strcmp", "strlen", "ferror", "feof",   "ftell",
+                                             "getenv", "mblen",  "printf", "fprintf"};
 constexpr std::string_view WRITES_MEMORY[] = {"memset"};
-constexpr std::string_view PURE[] = {"abs",     "atan",    "ceil",    "cos",      "fabs",    "floor",
-                                     "isalnum", "isalpha", "iscntrl", "isdigit",  "isgraph", "islower",
-                                     "isprint", "ispunct", "isspace", "isupper",  "isxdigit", "labs",
-                                     "sin",     "tan",     "tolower", "toupper",  "_sqrt"};
-constexpr std::string_view NO_MEMORY[] = {"acos", "asin", "atan2", "cosh", "div",  "exp",  "fmod", "ldexp",
+constexpr std::string_view PURE[] = {"abs",     "atan",    "ceil",    "cos",     "fabs",     "floor",
+                                     "isalnum", "isalpha", "iscntrl", "isdigit", "isgraph",  "islower",
+                                     "isprint", "ispunct", "isspace", "isupper", "isxdigit", "labs",
+                                     "sin",     "tan",     "tolower", "toupper", "_sqrt"};
+constexpr std::string_view NO_MEMORY[] = {"acos", "asin", "atan2", "cosh",   "div", "exp",  "fmod", "ldexp",
                                           "ldiv", "log",  "log10", "malloc", "pow", "sinh", "sqrt", "tanh"};
 constexpr std::string_view NO_RETURN[] = {"exit", "abort", "longjmp", "__cxa_throw", "__cxa_rethrow"};
 
@@ -114,7 +246,8 @@ FUNINFO* new_record(const char* name, SYMTAB* symbol, bool is_system) {
 } // namespace
 
 bool is_system_function(const char* name) {
-    return std::binary_search(std::begin(SYSTEM_FUNCTIONS), std::end(SYSTEM_FUNCTIONS), std::string_view(name));
+    return std::binary_search(std::begin(SYSTEM_FUNCTIONS), std::end(SYSTEM_FUNCTIONS),
+                              std::string_view(name));
 }
 
 void init_proc_integration() {
@@ -197,14 +330,16 @@ FUNINFO* library_function_of_ABS(const NODE* operand) {
 
 FUNINFO* find_FUNINFO_for_call(NODE* call) {
     switch (call->op) {
-        case op::CALL: case op::UCALL: {
+        case op::CALL:
+        case op::UCALL: {
             const NODE* function = call->left;
             if (function->op == op::UAND && function->left->op == op::NAME) {
                 SYMTAB* symbol = function->left->symbol();
                 return symbol->otype->is_func() && symbol->level == 0 ? make_FUNINFO(symbol) : nullptr;
             }
             if (function->op == op::NAME)
-                if (SYMTAB* symbol = function_of_constant_pointer(function->symbol())) return make_FUNINFO(symbol);
+                if (SYMTAB* symbol = function_of_constant_pointer(function->symbol()))
+                    return make_FUNINFO(symbol);
             return nullptr;
         }
         case op::ABS: return library_function_of_ABS(call->left);
@@ -220,8 +355,8 @@ bool function_is_defined(const FUNINFO* function) {
         return function->is_defined && (symbol->sclass == SC_EXTDEF || symbol->sclass == SC_STATIC);
     [[maybe_unused]] const FUNINFO* f = function;
     if (!(TEST_FLAG(f, FUN_is_SYSTEM) || (cache_sys_funinfo == 0 && is_system_function(f->name.c_str()))))
-        optassert("TEST_FLAG(f, FUN_is_SYSTEM) || (!cache_sys_funinfo && is_system_function(f->name))", __FILE__,
-                  __LINE__);
+        optassert("TEST_FLAG(f, FUN_is_SYSTEM) || (!cache_sys_funinfo && is_system_function(f->name))",
+                  __FILE__, __LINE__);
     return false;
 }
 

@@ -60,9 +60,9 @@ enum FUN_FLAGS : std::uint32_t {
 // Bits of FILEINFO::flags.
 enum FILE_FLAGS : std::uint8_t {
     FILE_has_main = 1,
-    FILE_has_entry = 2,         // an entry function
-    FILE_has_extern = 4,        // an external function
-    FILE_calls_may_leave = 8    // a call that may leave the file
+    FILE_has_entry = 2,      // an entry function
+    FILE_has_extern = 4,     // an external function
+    FILE_calls_may_leave = 8 // a call that may leave the file
 };
 
 // One direct callee of a function.
@@ -122,11 +122,12 @@ struct FUNINFO {
     std::uint32_t next_serial = 0; // symbols of the function so far
     bool flow_is_stale = true;     // cached flow information is no longer valid
     bool dfn_is_valid = false;
-    bool has_no_calls = true;      // kept only by functions without calls
+    bool has_no_calls = true;           // kept only by functions without calls
     bool names_register_symbol = false; // a NAME of a symbol with bit 4 of `cqual` was read
     std::uint32_t fields_seen = 0;      // FIELD nodes of bit-fields
     bool is_defined = false;            // its body has been read
     bool is_nonconforming = false;      // a library name with another meaning
+    bool is_listed = false;             // among the undefined callees of the file
     std::vector<PRAGMA*> owned_pragmas; // of the body's statements and symbols; freed by erase_all
 
     std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }
@@ -136,13 +137,13 @@ inline bool TEST_FLAG(const FUNINFO* f, std::uint32_t mask) { return (f->flags &
 
 // The file-wide anchor of the call graph.
 struct FILEINFO {
-    std::vector<FUNINFO*> defined; // defined functions
-    std::vector<FUNINFO*> ordered; // call-graph order, the root first; empty until built
-    FUNINFO* root = nullptr;       // the anonymous root, " ? "
-    std::uint8_t flags = 0;        // FILE_FLAGS
+    std::vector<FUNINFO*> defined;   // defined functions
+    std::vector<FUNINFO*> ordered;   // call-graph order, the root first; empty until built
+    FUNINFO* root = nullptr;         // the anonymous root, " ? "
+    std::uint8_t flags = 0;          // FILE_FLAGS
     std::vector<FUNINFO*> anonymous; // functions whose address is taken
     std::vector<FUNINFO*> undefined_SYSTEM, undefined_OUTSIDE; // callees without a body here
-    bool is_built = false;         // the ordered list stands, empty or not
+    bool is_built = false;                                     // the ordered list stands, empty or not
 };
 extern FILEINFO fileinfo;
 extern int no_outside_callers, no_outside_writers, whole_file_mode;

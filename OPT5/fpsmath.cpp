@@ -32,7 +32,8 @@ struct FRACTION {
 FRACTION fraction_of(const simul_fval* value) {
     FRACTION f{0, 0};
     for (int i = 0; i < 4; i++) f.high = (f.high << 16) | value->mant[i];
-    f.low = (static_cast<std::uint64_t>(value->mant[4]) << 48) | (static_cast<std::uint64_t>(value->mant[5]) << 32);
+    f.low = (static_cast<std::uint64_t>(value->mant[4]) << 48) |
+            (static_cast<std::uint64_t>(value->mant[5]) << 32);
     return f;
 }
 

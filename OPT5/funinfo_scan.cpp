@@ -33,7 +33,8 @@ SYMTAB* known_object(const NODE* lvalue) {
         switch (node->op) {
             case NAME: return node->symbol();
             case STDOT: node = node->left; break;
-            case UMULT: case STREF:
+            case UMULT:
+            case STREF:
                 if (node->left->op != UAND) return nullptr;
                 node = node->left->left;
                 break;
@@ -218,8 +219,17 @@ bool SCAN::costs_nothing(const ITEM& item) const {
             const SYMTAB* symbol = node->symbol();
             return (symbol->cqual & CQ_REGISTER) != 0 || symbol->sclass == SC_AUTO;
         }
-        case SWITCH: case COMMA: case PCOMMA: case COMMAOP: case PCONV: case BRANCH: case OUIALIGN: case NONALIGN:
-        case PPRAGMA: case IF: case LABEL: return true;
+        case SWITCH:
+        case COMMA:
+        case PCOMMA:
+        case COMMAOP:
+        case PCONV:
+        case BRANCH:
+        case OUIALIGN:
+        case NONALIGN:
+        case PPRAGMA:
+        case IF:
+        case LABEL: return true;
         case STDOT: return node->left->op == UMULT;
         case SCONV: return item.in_prolog && f_->symbol->otype->func().proto;
         case ACONV: return tp->compatible_types(node->type, node->left->type, true);
@@ -252,16 +262,30 @@ void SCAN::visit(ITEM item) {
                 return;
             }
             break;
-        case UMULT: case STREF: visit_indirect(item); return;
-        case UAND: case ARGREF: visit_address(item); return;
+        case UMULT:
+        case STREF: visit_indirect(item); return;
+        case UAND:
+        case ARGREF: visit_address(item); return;
         case RETURN: push(node->right, item); return;
-        case URETURN: case LABEL: case FIELD: case LABELDEF: return;
+        case URETURN:
+        case LABEL:
+        case FIELD:
+        case LABELDEF: return;
         case PCOMMA: item.in_prolog = true; break;
-        case SWITCH: case COMMA: case COMMAOP: case PCONV: case BRANCH: case OUIALIGN: case NONALIGN: case PPRAGMA:
+        case SWITCH:
+        case COMMA:
+        case COMMAOP:
+        case PCONV:
+        case BRANCH:
+        case OUIALIGN:
+        case NONALIGN:
+        case PPRAGMA:
         case IF: item.in_prolog = false; break;
-        case CALL: case UCALL: visit_call(item); return;
+        case CALL:
+        case UCALL: visit_call(item); return;
         case NASSERT: item.free = true; break;
-        case ASSERT: case UMCALL:
+        case ASSERT:
+        case UMCALL:
             clear(FUN_is_pure_fun);
             push(node->left, item);
             return;
@@ -276,7 +300,8 @@ void SCAN::visit(ITEM item) {
         case ASM:
             if (node->u.lval.low == 47) return;
             clear(ALL_EFFECTS);
-            if (!symbol_has_pragma(f_->symbol, PRAG_INLINE)) f_->flags |= FUN_cannot_inline | FUN_cannot_suppress;
+            if (!symbol_has_pragma(f_->symbol, PRAG_INLINE))
+                f_->flags |= FUN_cannot_inline | FUN_cannot_suppress;
             return;
         default: break;
     }
@@ -384,12 +409,14 @@ void preprocess_fundef(FUNINFO* f) {
         scan_for_calls_and_uses(tree);
     }
     if (f->eht.size() > 2)
-        f->size += static_cast<std::int32_t>(f->eht.size() - 1) * (tp->int_type(IK_INT)->size() == 16 ? 4 : 2);
+        f->size +=
+            static_cast<std::int32_t>(f->eht.size() - 1) * (tp->int_type(IK_INT)->size() == 16 ? 4 : 2);
     f->flags |= promised; // what a pragma says outranks the trees
     if (TEST_FLAG(f, FUN_no_ind_asg)) f->flags |= FUN_no_byref_asg;
     if (symbol_has_pragma(f->symbol, PRAG_NORVANE_WEAK)) {
         // The linker may take another body.
-        f->flags &= ~(FUN_never_returns | ALL_EFFECTS | FUN_no_RPT_loop | FUN_is_SYSTEM | FUN_has_1_BB | 1u << 25);
+        f->flags &=
+            ~(FUN_never_returns | ALL_EFFECTS | FUN_no_RPT_loop | FUN_is_SYSTEM | FUN_has_1_BB | 1u << 25);
         f->flags |= FUN_calls_OUTSIDE | FUN_calls_SYSTEM;
     }
 }

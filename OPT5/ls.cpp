@@ -56,7 +56,8 @@ void LS::print(LS* root) {
     if (print_debug == 0) return;
     for (LS* scope = root; scope != nullptr; scope = next_in_tree(scope)) {
         dprintf("scope at level %d:", scope->level);
-        for (SYMLIST* cell = scope->symbols; cell != nullptr; cell = cell->next) dprintf(" %s", cell->sym->name);
+        for (SYMLIST* cell = scope->symbols; cell != nullptr; cell = cell->next)
+            dprintf(" %s", cell->sym->name);
         dprintf("\n");
     }
 }

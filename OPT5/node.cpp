@@ -1,4 +1,5 @@
-// The payload operations of NODE: what the file layer calls to fill a node it has just made, and to write one.
+// The payload operations of NODE: what the file layer calls to fill a node it has just made, and to write
+// one.
 
 #include "node.h"
 
@@ -18,9 +19,10 @@ void NODE::operator delete(void* node, std::size_t size) { POOL::recycle(node, s
 
 // The memory comes zeroed: only what is not zero is set.
 NODE::NODE(int op_number, TYPE* node_type)
-    : op(op_number), type(node_type), left(nullptr), right(nullptr), u{}, mdata(nullptr), scratch{}, ls(nullptr),
-      scratch2{}, otype(node_type), edge_profile(NO_PROFILE), freq(UNKNOWN_FREQ), ddep(nullptr),
-      ddnode_number(0), label(nullptr), text(nullptr), text_length(0), flags(0), u2{}, scratch3(0) {}
+    : op(op_number), type(node_type), left(nullptr), right(nullptr), u{}, mdata(nullptr), scratch{},
+      ls(nullptr), scratch2{}, otype(node_type), edge_profile(NO_PROFILE), freq(UNKNOWN_FREQ), ddep(nullptr),
+      ddnode_number(0), label(nullptr), text(nullptr), text_length(0), flags(0), u2{}, scratch3(0), stamp(0) {
+}
 
 bool NODE::fits_in_icon() const {
     if (type != nullptr && type->is_signed())

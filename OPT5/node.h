@@ -58,6 +58,7 @@ class NODE final : public BASE_NODE {
         NODE* ocall;            // the call from which call integration copied this one
     } u2;
     std::uint32_t scratch3;
+    std::uint32_t stamp; // of the walk of the validators that met the node last
 
     SYMTAB* symbol() const { return static_cast<SYMTAB*>(u.rval); }            // NAME
     TYPE* csu() const { return static_cast<TYPE*>(u.rval); }                   // FIELD

@@ -41,24 +41,26 @@ constexpr PAIR OP_OF_OPASG[] = {{PLUSASG, PLUS}, {MINUSASG, MINUS}, {MULTASG, MU
                                 {SLLASG, SLL},   {SRLASG, SRL}};
 
 // A floating comparison inverts to the form that holds for an unordered operand: !(a < b) is true of a NaN.
-constexpr PAIR INVERSES[] = {{EQ, NEQ},     {LE, GT},     {LT, GE},     {ULE, UGT},
-                             {ULT, UGE},    {FEQ, FNEQN}, {FNEQ, FEQN}, {FLE, FGTN},
-                             {FLT, FGEN},   {FGE, FLTN},  {FGT, FLEN},  {FORD, FUNO}};
+constexpr PAIR INVERSES[] = {{EQ, NEQ},    {LE, GT},    {LT, GE},    {ULE, UGT},  {ULT, UGE},  {FEQ, FNEQN},
+                             {FNEQ, FEQN}, {FLE, FGTN}, {FLT, FGEN}, {FGE, FLTN}, {FGT, FLEN}, {FORD, FUNO}};
 
-constexpr PAIR COMMUTED[] = {{PLUS, PLUS},         {MULT, MULT},         {ANDB, ANDB},       {ORB, ORB},
-                             {XORB, XORB},         {EQ, EQ},             {NEQ, NEQ},         {FEQ, FEQ},
-                             {FNEQ, FNEQ},         {FEQN, FEQN},         {FNEQN, FNEQN},     {FORD, FORD},
-                             {FUNO, FUNO},         {MIX_CONJ, MIX_CONJ}, {MIX_DISJ, MIX_DISJ}, {DFG_MAX, DFG_MAX},
-                             {DFG_MIN, DFG_MIN},   {LE, GE},             {LT, GT},           {ULE, UGE},
-                             {ULT, UGT},           {FLE, FGE},           {FLT, FGT},         {FLEN, FGEN},
+constexpr PAIR COMMUTED[] = {{PLUS, PLUS},       {MULT, MULT},         {ANDB, ANDB},
+                             {ORB, ORB},         {XORB, XORB},         {EQ, EQ},
+                             {NEQ, NEQ},         {FEQ, FEQ},           {FNEQ, FNEQ},
+                             {FEQN, FEQN},       {FNEQN, FNEQN},       {FORD, FORD},
+                             {FUNO, FUNO},       {MIX_CONJ, MIX_CONJ}, {MIX_DISJ, MIX_DISJ},
+                             {DFG_MAX, DFG_MAX}, {DFG_MIN, DFG_MIN},   {LE, GE},
+                             {LT, GT},           {ULE, UGE},           {ULT, UGT},
+                             {FLE, FGE},         {FLT, FGT},           {FLEN, FGEN},
                              {FLTN, FGTN}};
 
 struct MICRO {
     OPCODE op;
     std::uint8_t set;
 };
-constexpr MICRO MICRO_OPS[] = {{FEQ, 1},   {FNEQ, 6},   {FLE, 3},   {FLT, 2},   {FGE, 5},  {FGT, 4},  {FORD, 7},
-                               {FEQN, 9},  {FNEQN, 14}, {FLEN, 11}, {FLTN, 10}, {FGEN, 13}, {FGTN, 12}, {FUNO, 8}};
+constexpr MICRO MICRO_OPS[] = {{FEQ, 1},   {FNEQ, 6},  {FLE, 3},   {FLT, 2},    {FGE, 5},
+                               {FGT, 4},   {FORD, 7},  {FEQN, 9},  {FNEQN, 14}, {FLEN, 11},
+                               {FLTN, 10}, {FGEN, 13}, {FGTN, 12}, {FUNO, 8}};
 
 void fill_tables() {
     for (int i = 0; i < OPCODE_TABLE_SIZE; i++) {
@@ -96,7 +98,9 @@ void fill_tables() {
     abort_optimizer();
 }
 
-bool same_text(const char* a, const char* b) { return a != nullptr && b != nullptr && std::strcmp(a, b) == 0; }
+bool same_text(const char* a, const char* b) {
+    return a != nullptr && b != nullptr && std::strcmp(a, b) == 0;
+}
 
 void check_against_file_layer() {
     if_node_table_init();
@@ -145,7 +149,11 @@ const char* opname(int op) { return op >= 0 && op < OPCODE_TABLE_SIZE ? node_ope
 
 bool opcode_is_ASG(int op) {
     switch (op) {
-        case ASG: case STASG: case ARASG: case PLUSPLUS: case MINMIN: return true;
+        case ASG:
+        case STASG:
+        case ARASG:
+        case PLUSPLUS:
+        case MINMIN: return true;
         default: return op >= 0 && op < OPCODE_TABLE_SIZE && op_of_opASG[op] != ILLOP;
     }
 }
@@ -167,7 +175,9 @@ bool points_to_plain_char(TYPE* type) {
 // qualifiers.
 void set_special_cases(NODE* node) {
     switch (node->op) {
-        case SCONV: case PCONV: case ACONV:
+        case SCONV:
+        case PCONV:
+        case ACONV:
             if (node->type != nullptr) node->type = node->type->type_qualified();
             break;
         default: break;

@@ -43,7 +43,8 @@ namespace {
 // What a function symbol says of its record as soon as it is read.
 void note_function_symbol(SYMTAB* symbol) {
     FUNINFO* function = make_FUNINFO(symbol);
-    const bool outside = symbol->sclass == SC_AUTO || (no_outside_callers == 0 && symbol->sclass != SC_STATIC);
+    const bool outside =
+        symbol->sclass == SC_AUTO || (no_outside_callers == 0 && symbol->sclass != SC_STATIC);
     if (symbol->retention == I_SYMTAB::ALWAYS || (symbol->retention == I_SYMTAB::DEFAULT_C && outside))
         function->flags |= FUN_is_referenced;
 }
@@ -55,7 +56,8 @@ I_SYMTAB* OPT_CLIENT::cl_symbol_create(const SYMBOL_RECORD& record) {
     SYMTAB* symbol = mk_symbol(record);
     if (symbol->sclass == SC_VARARG) {
         symbol->sclass = SC_PARM;
-        if (currfuninfo != nullptr) currfuninfo->flags |= FUN_cannot_beta | FUN_cannot_inline | FUN_cannot_suppress;
+        if (currfuninfo != nullptr)
+            currfuninfo->flags |= FUN_cannot_beta | FUN_cannot_inline | FUN_cannot_suppress;
     }
     sym_def(symbol);
     if (symbol->level == 0) {
@@ -70,17 +72,19 @@ void opt_process_pragma(SYMTAB* symbol, PRAGMA* pragma) {
     if (symbol->level != 0 || !symbol->otype->is_func()) return;
     FUNINFO* function = make_FUNINFO(symbol);
     switch (pragma->kind) {
-        case PRAG_INTERRUPT: case PRAG_NMI_INTERRUPT: function->flags |= FUN_is_interrupt; return;
+        case PRAG_INTERRUPT:
+        case PRAG_NMI_INTERRUPT: function->flags |= FUN_is_interrupt; return;
         case PRAG_FUNC_CANNOT_INLINE: function->flags |= FUN_cannot_inline; return;
-        case PRAG_FUNC_EXT_CALLED: case PRAG_SYM_IS_REFERENCED: case PRAG_RETAIN:
-            function->flags |= FUN_is_referenced;
-            return;
+        case PRAG_FUNC_EXT_CALLED:
+        case PRAG_SYM_IS_REFERENCED:
+        case PRAG_RETAIN: function->flags |= FUN_is_referenced; return;
         case PRAG_SRC_LANGUAGE:
             if (!pragma->args.empty() && pragma->args[0] == "C++") function->flags |= FUN_is_cpp;
             return;
         case PRAG_FUNC_IS_NONCONFORMING:
             // A library name with another meaning: nothing is known of it. What it is stays.
-            function->flags &= FUN_is_main | FUN_is_referenced | FUN_is_interrupt | FUN_is_cpp | FUN_is_cg_root;
+            function->flags &=
+                FUN_is_main | FUN_is_referenced | FUN_is_interrupt | FUN_is_cpp | FUN_is_cg_root;
             function->is_nonconforming = true;
             return;
         default: break;
@@ -137,7 +141,8 @@ void OPT_CLIENT::cl_begin_func(I_SYMTAB* owner, const PSN* psn) {
     auto* symbol = static_cast<SYMTAB*>(owner);
     if (currfunc != nullptr) bad_input(psn, "another function begins inside it");
     if (symbol == nullptr || symbol->level != 0 || !symbol->otype->is_func())
-        bad_input(psn, "the body of %s, which is no function", symbol != nullptr ? symbol->name : "a null symbol");
+        bad_input(psn, "the body of %s, which is no function",
+                  symbol != nullptr ? symbol->name : "a null symbol");
     FUNINFO* function = make_FUNINFO(symbol);
     if (function->is_defined) bad_input(psn, "function %s has two bodies", symbol->name);
     currfunc = symbol;
@@ -266,7 +271,8 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
     check_labels();
     FUNINFO* function = currfuninfo;
     function->end_psn = mk_psn(psn);
-    while (LS::close(function)) {}
+    while (LS::close(function)) {
+    }
     for (SYMTAB* symbol = function->params; symbol != nullptr; symbol = symbol->next)
         if (symbol->type->is_const()) symbol->type = tp->remove_known_qual(symbol->type, QUAL_CONST);
     buildcfg();

@@ -55,14 +55,22 @@ void clean_node(NODE* node) {
             node->ls = symbol->scope;
             break;
         }
-        case CASE: case DEFAULT: bad_shape(node, "outside a SWITCH");
+        case CASE:
+        case DEFAULT: bad_shape(node, "outside a SWITCH");
         case LABEL: bad_shape(node, "outside a transfer");
-        case BRANCH: case CBRANCH: case SWITCH: case RETURN: case URETURN: case SKIP: case ENDINIT:
-            bad_shape(node, "inside an expression");
+        case BRANCH:
+        case CBRANCH:
+        case SWITCH:
+        case RETURN:
+        case URETURN:
+        case SKIP:
+        case ENDINIT: bad_shape(node, "inside an expression");
         case QUEST:
             if (node->right->op != COLON) bad_shape(node, "without its two arms");
             break;
-        case STDOT: case STREF: case STFIELD:
+        case STDOT:
+        case STREF:
+        case STFIELD:
             if (node->right->op != FIELD) bad_shape(node, "without a member");
             break;
         default: break;
@@ -99,7 +107,8 @@ void clean_case_list(NODE* statement) {
         if (element == nullptr) bad_shape(statement, "with an incomplete case list");
         if (element->type == nullptr) element->type = tp->void_type();
         if (element->op == CASE) {
-            if (element->left == nullptr || element->left->op != ICON) bad_shape(element, "without a constant");
+            if (element->left == nullptr || element->left->op != ICON)
+                bad_shape(element, "without a constant");
             if (element->left->type == nullptr) element->left->type = tp->int_type(IK_INT);
             bind_label(element->right, element);
             cases++;

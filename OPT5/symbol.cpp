@@ -174,7 +174,8 @@ TYPE* without_qualifiers(TYPE* type) {
     }
     if (!element->is_qualified()) return type;
     type = element->stqs();
-    for (auto array = arrays.rbegin(); array != arrays.rend(); ++array) type = tp->replace_array_elem(*array, type);
+    for (auto array = arrays.rbegin(); array != arrays.rend(); ++array)
+        type = tp->replace_array_elem(*array, type);
     return type;
 }
 
@@ -325,7 +326,8 @@ bool is_internal_name(const char* name) { return std::strncmp(name, "$O", 2) == 
 bool is_internal_symbol(const SYMTAB* symbol) { return is_internal_name(symbol->name); }
 
 bool is_optimizer_temp(const char* name, char c1, char c2) {
-    if (std::strncmp(name, "$O$", 3) != 0 || (name[3] != c1 && name[3] != c2) || name[3] == '\0') return false;
+    if (std::strncmp(name, "$O$", 3) != 0 || (name[3] != c1 && name[3] != c2) || name[3] == '\0')
+        return false;
     for (name += 4; *name != '\0'; name++)
         if (std::isdigit(static_cast<unsigned char>(*name)) == 0) return false;
     return true;

@@ -62,7 +62,8 @@ class SYMTAB final : public I_SYMTAB {
     std::uint16_t use_count = 0xffff;
     std::int32_t widened = 0;
     FUNINFO* scanned_by = nullptr; // the function that has this static on its list of statics
-    std::uint8_t flags = 0; // SYMBOL_FLAGS
+    std::uint8_t flags = 0;        // SYMBOL_FLAGS
+    std::uint32_t stamp = 0;       // of the run of the validators that found the symbol on a list last
 
     const char* sym_name() const override { return name; }
     unsigned sym_size() const override { return size; }
@@ -109,7 +110,8 @@ SYMTAB* unlink_symbol(SYMTAB* symbol, SYMTAB* list);
 // The defining symbol of an external declaration, by name: the symbol itself where there is no other.
 SYMTAB* get_sym_def_for_decl(SYMTAB* symbol);
 bool symbol_has_pragma(const SYMTAB* symbol, int kind);
-PRAGMA* remove_pragma(int kind, PRAGMA* chain); // returns the new head; the pragmas taken out stay their owner's
+PRAGMA* remove_pragma(int kind,
+                      PRAGMA* chain); // returns the new head; the pragmas taken out stay their owner's
 // The global of that name that is visible outside the file, a definition before a declaration; null if none.
 SYMTAB* find_external_symbol(const char* name);
 

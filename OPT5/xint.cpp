@@ -15,7 +15,8 @@ INT65 truncate_to_type(const INT65& value, TYPE* type) {
     if (width < 64) {
         const unsigned shift = 64 - width;
         bits <<= shift;
-        bits = is_signed ? static_cast<std::uint64_t>(static_cast<std::int64_t>(bits) >> shift) : bits >> shift;
+        bits =
+            is_signed ? static_cast<std::uint64_t>(static_cast<std::int64_t>(bits) >> shift) : bits >> shift;
     }
     return is_signed ? INT65::from_signed(static_cast<std::int64_t>(bits)) : INT65::from_unsigned(bits);
 }
