@@ -280,3 +280,11 @@ void prbbinfix(int first, int last, int types) {
     for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
         if ((first == 0 || bb->dfn >= first) && (last == 0 || bb->dfn <= last)) print_block(bb, types != 0);
 }
+
+void dump_function_header() {
+    if (print_debug == 0 || currfuninfo == nullptr) return;
+    dprintf("\n\n==== FUNCTION %s", currfuninfo->name.c_str());
+    if (currfuninfo->psn != nullptr)
+        dprintf(", %s line %u", currfuninfo->source_file, currfuninfo->psn->line);
+    dprintf("\n\n");
+}

@@ -16,4 +16,7 @@ std::string tree_to_text(NODE* tree);
 // value. Nothing without debugging.
 void prbbinfix(int first, int last, int types);
 
+// Announces the current function in the debug file: name, source file and line. Nothing without debugging.
+void dump_function_header();
+
 #endif
