@@ -237,7 +237,8 @@ TEST_F(CFG, SplittingAllCriticalEdgesLeavesNone) {
     renumber_bblocks();
     EXPECT_TRUE(verify_function("splitting"));
     for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        for (const EDGE* edge = bb->successors; edge != nullptr && bb->successors->next != nullptr; edge = edge->next)
+        for (const EDGE* edge = bb->successors; edge != nullptr && bb->successors->next != nullptr;
+             edge = edge->next)
             EXPECT_EQ(edge_length(edge->bb->predecessors), 1) << graph();
 }
 

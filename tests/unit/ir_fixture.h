@@ -129,18 +129,14 @@ class IR_TEST : public ::testing::Test {
         return node;
     }
     NODE* asg(SYMTAB* to, NODE* value) { return tree(op::ASG, to->otype, name(to), value); }
-    NODE* inc(SYMTAB* symbol) {
-        return asg(symbol, tree(op::PLUS, symbol->otype, name(symbol), icon(1)));
-    }
+    NODE* inc(SYMTAB* symbol) { return asg(symbol, tree(op::PLUS, symbol->otype, name(symbol), icon(1))); }
     NODE* compare(int op, NODE* left, NODE* right) { return tree(op, int_type, left, right); }
     NODE* cbranch(NODE* condition, unsigned number) {
         return tree(op::CBRANCH, void_type, condition, ref(number));
     }
     NODE* branch(unsigned number) { return tree(op::BRANCH, void_type, ref(number)); }
     NODE* switch_on(NODE* selector, NODE* list) { return tree(op::SWITCH, void_type, selector, list); }
-    NODE* case_of(int value, unsigned number) {
-        return tree(op::CASE, void_type, icon(value), ref(number));
-    }
+    NODE* case_of(int value, unsigned number) { return tree(op::CASE, void_type, icon(value), ref(number)); }
     NODE* default_to(unsigned number) { return tree(op::DEFAULT, void_type, ref(number)); }
     NODE* comma(NODE* left, NODE* right) { return tree(op::COMMA, void_type, left, right); }
     NODE* ret(NODE* value) { return tree(op::RETURN, int_type, name(currfunc), value); }

@@ -133,7 +133,7 @@ TEST_F(TREE, SimulatedValueRoundsToNearestEven) {
     EXPECT_EQ(rounded(0, 0x300, 0), 2u); // odd and half: up
     const simul_fval largest{{0xffff, 0xffff, 0xffff, 0, 0, 0}, 128, 0};
     EXPECT_EQ(get_ieee_flt_fmt(&largest), 0x7f800000u); // carries into infinity
-    simul_fval tiny{{0x0400, 0, 0, 0, 0, 0}, -144, 0}; // half of the smallest
+    simul_fval tiny{{0x0400, 0, 0, 0, 0, 0}, -144, 0};  // half of the smallest
     EXPECT_EQ(get_ieee_flt_fmt(&tiny), 0u);
     tiny.mant[5] = 1;
     EXPECT_EQ(get_ieee_flt_fmt(&tiny), 1u);
