@@ -138,9 +138,9 @@ void POOL::recycle(void* cell, std::size_t size) {
     POISON(reinterpret_cast<char*>(cell) + sizeof(FREE_CELL), size - sizeof(FREE_CELL));
 }
 
-bool POOL::is_recycled([[maybe_unused]] const void* memory) {
+bool POOL::is_recycled([[maybe_unused]] const void* cell) {
 #ifdef POISONING
-    return __asan_address_is_poisoned(memory) != 0;
+    return __asan_address_is_poisoned(static_cast<const char*>(cell) + sizeof(FREE_CELL)) != 0;
 #else
     return false;
 #endif

@@ -86,7 +86,12 @@ SYMTAB* mk_symbol(const SYMBOL_RECORD& record) {
     if (record.option_set >= all_option_sets.size() || all_option_sets[record.option_set] == nullptr)
         bad_input(record.psn, "symbol %s names option set %u, which the file does not have", record.name,
                   record.option_set);
+    // A global does not come from the pool of the function in work.
+    SYMTAB* const function = currfunc;
+    if (record.level == 0) currfunc = nullptr;
     auto* symbol = new SYMTAB;
+    symbol->psn = mk_psn(record.psn);
+    currfunc = function;
     symbol->name = intern_text(record.name);
     symbol->size = record.size;
     symbol->value = static_cast<std::int32_t>(record.value);
@@ -97,7 +102,6 @@ SYMTAB* mk_symbol(const SYMBOL_RECORD& record) {
     symbol->align = static_cast<std::int32_t>(record.align);
     symbol->location = record.location;
     symbol->option_set = record.option_set;
-    symbol->psn = mk_psn(record.psn);
     symbol->retention = record.retention;
     symbol->level = record.level;
     symbol->flags = SF_SET_AT_CREATION;
@@ -121,10 +125,7 @@ SYMTAB* mk_library_symbol(const char* name) {
     record.sclass = SC_EXTERN;
     record.type = tp->mk_func(body);
     record.align = 16;
-    SYMTAB* saved = currfunc; // a global does not come from the pool of the function in work
-    currfunc = nullptr;
     SYMTAB* symbol = mk_symbol(record);
-    currfunc = saved;
     sym_def(symbol);
     return symbol;
 }
