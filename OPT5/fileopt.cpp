@@ -29,8 +29,8 @@ struct RECORDS {
 };
 
 RECORDS& records() {
-    static RECORDS table;
-    return table;
+    static auto* table = new RECORDS; // lives to the very end of the run
+    return *table;
 }
 
 // --- What a name says.
