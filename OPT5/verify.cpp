@@ -200,8 +200,10 @@ void VERIFIER::check_mirror() {
 
 // --- Trees.
 
+bool is_erased(const NODE* node) { return POOL::is_recycled(node) || node->op == ILLOP; }
+
 void VERIFIER::visit(NODE* node) {
-    if (POOL::is_recycled(&node->op) || node->op == ILLOP) fail("an erased node in a tree");
+    if (is_erased(node)) fail("an erased node in a tree");
     if (node->stamp == stamp_) fail("%s belongs to two trees", name_of(node));
     node->stamp = stamp_;
 }
@@ -256,9 +258,12 @@ void VERIFIER::check_node(NODE* node) {
     if (node == statement_ && (node->op == CBRANCH || node->op == LABELDEF || node->op == LABEL ||
                                node->op == COLON || node->op == CASE || node->op == DEFAULT))
         fail("%s is no statement", name_of(node));
-    for (const NODE* operand : {node->left, node->right})
-        if (operand != nullptr && !may_stand(node, operand))
-            fail("%s under %s", name_of(operand), name_of(node));
+    for (const NODE* operand : {node->left, node->right}) {
+        if (operand == nullptr) continue;
+        if (is_erased(operand)) fail("an erased node under %s", name_of(node));
+        if (operand->type == nullptr) fail("%s without a type", name_of(operand));
+        if (!may_stand(node, operand)) fail("%s under %s", name_of(operand), name_of(node));
+    }
     if (node->op == NAME) {
         const SYMTAB* symbol = node->symbol();
         if (symbol == nullptr) fail("NAME without a symbol");
