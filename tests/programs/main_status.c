@@ -4,7 +4,7 @@
 static int runs;
 
 int main(void) {
-  if (++runs < 3) return main() + 10;
-  printf("run %d\n", runs);
-  return 1;
+    if (++runs < 3) return main() + 10;
+    printf("run %d\n", runs);
+    return 1;
 }
