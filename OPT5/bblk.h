@@ -3,7 +3,9 @@
 #ifndef OPT5_BBLK_H
 #define OPT5_BBLK_H
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 
 #include "serial_object.h"
 
@@ -62,13 +64,37 @@ class BBLK final : public serial_object<BBLK, FUNINFO> {
     void* trace = nullptr; // superblock trace
     double dFreqIn = UNKNOWN_FREQ;
     std::int32_t count = -1;
+    std::uint64_t stamp = 0; // mark of the set that was built last, see BLOCK_SET
 
     explicit BBLK(FUNINFO* function);
     ~BBLK() override;
+    // Blocks come from the pool of their function.
+    static void* operator new(std::size_t size, FUNINFO* function);
+    static void operator delete(void*, std::size_t) {}
+    static void operator delete(void*, FUNINFO*) {}
     unsigned uon() const { return id; } // permanent number, as debug texts call it
+    bool is_exit() const { return next == nullptr; }
 };
 
-// --- Edges (bbutils.cpp). Cells come from the current pool. Every change marks the flow information stale.
+// A set of blocks with constant time insertion, kept in the blocks themselves: making a new set empties the
+// one before, so only one may be in use at a time.
+class BLOCK_SET {
+  public:
+    BLOCK_SET() : stamp_(++last_stamp_) {}
+    bool contains(const BBLK* bb) const { return bb->stamp == stamp_; }
+    // False if the block was in the set already.
+    bool insert(BBLK* bb) {
+        if (bb->stamp == stamp_) return false;
+        bb->stamp = stamp_;
+        return true;
+    }
+
+  private:
+    static std::uint64_t last_stamp_;
+    std::uint64_t stamp_;
+};
+
+// --- Edges. Cells come from the current pool. Every change marks the flow information stale.
 
 EDGE* mkedge(BBLK* bb, EDGE* next);                // freq unknown
 EDGE* add_edge(BBLK* bb, EDGE* list, double freq); // the list unchanged if the block is already on it
@@ -84,8 +110,11 @@ EDGE* erase_edge_list(EDGE* list); // returns null
 // Makes the block's successor list, and the predecessor lists of old and new successors, agree with the
 // branch targets of `tree`, its last statement.
 void fixup_edge_lists(BBLK* bb, NODE* tree);
-// The blocks that the tree's LABEL references name, in tree order, put in front of `list` without repeats.
+// The blocks that the LABEL references of a transfer name, in tree order, put in front of `list` without
+// repeats. Linear.
 EDGE* list_branch_targets(NODE* tree, EDGE* list);
+// Calls `visit` for each LABEL node of a BRANCH, IF or SWITCH, in tree order; other trees have none.
+void for_each_labelref(NODE* transfer, const std::function<void(NODE*)>& visit);
 
 // --- Blocks.
 
@@ -95,11 +124,20 @@ void delink_old_bb(BBLK* bb); // out of the block list; edges and statements sta
 bool BB_is_in_bb_list(const BBLK* bb);
 void renumber_bblocks(); // DFNs, bb_count, label numbers
 void clear_visited();
+// Places a new block, which branches to `to`, behind `from` and on the edge between the two, and returns it.
+// The edge must come from a label reference.
 BBLK* split_cfg_edge(BBLK* from, BBLK* to);
+// Splits the edges from a block with several successors to one with several predecessors; unless `all`, the
+// back edges of loops stay.
 void split_critical_edges(bool all);
+// Moves the statements from `at` on into a new block behind `bb`, to which `bb` then branches; returns the
+// new block. At the first statement of a block other than the list's head nothing happens unless `always`,
+// and at the exit block never: `bb` is returned. Edges stay right; DFNs are stale.
 BBLK* split_block(BBLK* bb, LIST* at, bool always);
+// In the statements, references to `old_bb` become references to `new_bb`. Edges are the caller's.
 void subst_bb_for_bb_in_stmts(BBLK* new_bb, BBLK* old_bb, LIST* statements);
 void remap_labelrefs(NODE* tree, BBLK* old_bb, BBLK* new_bb);
+// `before` null: behind the other statements that are no transfer. Linear in the block.
 void insert_stmt_before_stmt_in_bb(NODE* statement, NODE* before, BBLK* bb, const PSN* psn);
 void erase_bblock(BBLK* bb); // leaves a cleared shell; deleting it is the caller's
 LOOP* make_LOOP();
@@ -112,7 +150,8 @@ LIST* last_cell(const BBLK* bb);
 // --- Labels of the current function.
 
 LBL* mklabel(int number, LBL* next, BBLK* bb);
-LBL* find_label(int number);
-int next_internal_label(); // counts down from -1, starts again behind -30000
+LBL* find_label(int number); // of the current function, null when there is none; linear
+LBL* label_of(BBLK* bb);     // the block's label, made with the next internal number if it has none
+int next_internal_label();   // counts down from -1, starts again behind -30000
 
 #endif

@@ -20,6 +20,7 @@ struct FUNINFO;
 struct LBL;
 struct LIST;
 struct LOOP;
+struct PRAGMA;
 struct PSN;
 
 // Flags of a FUNINFO.
@@ -56,6 +57,14 @@ enum FUN_FLAGS : std::uint32_t {
     FUN_is_cpp = 1u << 31
 };
 
+// Bits of FILEINFO::flags.
+enum FILE_FLAGS : std::uint8_t {
+    FILE_has_main = 1,
+    FILE_has_entry = 2,      // an entry function
+    FILE_has_extern = 4,     // an external function
+    FILE_calls_may_leave = 8 // a call that may leave the file
+};
+
 // One direct callee of a function.
 struct CALL_EDGE {
     FUNINFO* callee;
@@ -75,6 +84,8 @@ struct FUNINFO {
     CALL_EDGE* callees = nullptr;
     std::vector<SYMTAB*> fl_statics; // function-local statics of this function
     CALL_EDGE* dfs_cursor = nullptr;
+    FUNINFO* last_caller = nullptr; // whose edge to this function is `last_edge`
+    CALL_EDGE* last_edge = nullptr;
     TYPE* return_type = nullptr;
     std::vector<EHT_ENTRY> eht;
     PSN* psn = nullptr;     // of the definition
@@ -83,7 +94,7 @@ struct FUNINFO {
     PSN* locals_psn = nullptr;
     std::uint32_t flags = 0;     // FUN_FLAGS
     std::int32_t size = 0;       // body size in units of scan_for_funinfo
-    std::int16_t cg_number = -1; // position in the ordered call graph
+    std::int32_t cg_number = -1; // position in the ordered call graph
     std::uint16_t nCallers = 0;
     std::int16_t nArgs = 0;          // common to all calls; -1 when unknown
     std::uint32_t profile_state = 0; // 0 none, 1 being built, 2 profiled
@@ -102,16 +113,22 @@ struct FUNINFO {
     SYMTAB* temps = nullptr;    // newest first
     SYMTAB* params_tail = nullptr;
     SYMTAB* locals_tail = nullptr;
-    LS* scopes = nullptr; // root of the function's scope tree
+    LS* scopes = nullptr;     // root of the function's scope tree
+    LS* open_scope = nullptr; // while reading: the innermost open scope
+    LS* body_scope = nullptr; // of the outermost locals
     LBL* labels = nullptr;
     std::int32_t next_label = -1; // internal labels count down
     std::int32_t next_temp = 0;
     std::uint32_t next_serial = 0; // symbols of the function so far
     bool flow_is_stale = true;     // cached flow information is no longer valid
     bool dfn_is_valid = false;
-    bool has_no_calls = true;      // kept only by functions without calls
-    std::uint32_t fields_seen = 0; // FIELD nodes of bit-fields
-    bool is_defined = false;       // its body has been read
+    bool has_no_calls = true;           // kept only by functions without calls
+    bool names_register_symbol = false; // a NAME of a symbol with bit 4 of `cqual` was read
+    std::uint32_t fields_seen = 0;      // FIELD nodes of bit-fields
+    bool is_defined = false;            // its body has been read
+    bool is_nonconforming = false;      // a library name with another meaning
+    bool is_listed = false;             // among the undefined callees of the file
+    std::vector<PRAGMA*> owned_pragmas; // of the body's statements and symbols; freed by erase_all
 
     std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }
 };
@@ -120,10 +137,13 @@ inline bool TEST_FLAG(const FUNINFO* f, std::uint32_t mask) { return (f->flags &
 
 // The file-wide anchor of the call graph.
 struct FILEINFO {
-    std::vector<FUNINFO*> defined; // defined functions
-    std::vector<FUNINFO*> ordered; // call-graph order, the root first; empty until built
-    FUNINFO* root = nullptr;       // the anonymous root, " ? "
-    std::uint8_t flags = 0;
+    std::vector<FUNINFO*> defined;   // defined functions
+    std::vector<FUNINFO*> ordered;   // call-graph order, the root first; empty until built
+    FUNINFO* root = nullptr;         // the anonymous root, " ? "
+    std::uint8_t flags = 0;          // FILE_FLAGS
+    std::vector<FUNINFO*> anonymous; // functions whose address is taken
+    std::vector<FUNINFO*> undefined_SYSTEM, undefined_OUTSIDE; // callees without a body here
+    bool is_built = false;                                     // the ordered list stands, empty or not
 };
 extern FILEINFO fileinfo;
 extern int no_outside_callers, no_outside_writers, whole_file_mode;
@@ -137,9 +157,25 @@ FUNINFO* find_FUNINFO(const char* name);
 FUNINFO* find_FUNINFO_for_call(NODE* call); // null when the callee cannot be told
 bool function_is_defined(const FUNINFO* function);
 bool is_system_function(const char* name);
+// Collects what the body says: effects, size, call edges. To be called once its flow graph stands.
 void preprocess_fundef(FUNINFO* function);
+// One tree of a body, for preprocess_fundef. `stmt_level` tells that the value is discarded, `in_prolog` that
+// the tree receives parameters.
+void scan_for_funinfo(NODE* tree, bool stmt_level, FUNINFO* function, bool in_prolog);
+// One tree of an exception table: direct callees keep their bodies.
+void scan_for_calls_and_uses(NODE* tree);
+// One tree of an initialiser: functions and globals that it names.
+void scan_initialiser(NODE* tree);
+// Adds or counts a call edge.
+void add_call_edge(FUNINFO* caller, FUNINFO* callee, bool value_is_discarded);
+// Takes from the caller's effects what the callee (null: an unknown function) does not promise.
+void merge_callee_effects(FUNINFO* caller, const FUNINFO* callee);
+// Closes and orders the call graph, once; effects are propagated. Linear in functions and edges.
 void set_up_and_build_call_graph();
+// Writes the record to the debug file.
 void dump_FUNINFO(const FUNINFO* function, const char* heading);
+// The end of a run: decides the retention of every global and writes the initialisers.
+void closing_run_over_globals();
 // Step 10: orders `functions` by the call graph and drops the ones that need no code.
 void set_call_graph_order();
 

@@ -35,6 +35,7 @@ extern FUNINFO* currfuninfo;
 extern std::vector<SYMTAB*> functions; // to process, in processing order
 extern SYMTAB* global_symbols;         // head of the list of globals
 extern int user_error_count;
+extern bool do_MDF_vectorization; // vectorisation is asked for
 
 void open_files(int argc, char** argv);
 void close_files();

@@ -58,6 +58,7 @@ class NODE final : public BASE_NODE {
         NODE* ocall;            // the call from which call integration copied this one
     } u2;
     std::uint32_t scratch3;
+    std::uint32_t stamp; // of the walk of the validators that met the node last
 
     SYMTAB* symbol() const { return static_cast<SYMTAB*>(u.rval); }            // NAME
     TYPE* csu() const { return static_cast<TYPE*>(u.rval); }                   // FIELD
@@ -70,7 +71,11 @@ class NODE final : public BASE_NODE {
     static void operator delete(void* node, std::size_t size);
     NODE(int op, TYPE* type);
 
-    int node_op() const override { return op; }
+    // The operator as a file names it: LCON for an ICON that needs more than 32 bits, PCONV for an ISP2CHAR.
+    int node_op() const override {
+        return op == op::ICON && !fits_in_icon() ? int{op::LCON} : op == op::ISP2CHAR ? int{op::PCONV} : op;
+    }
+    bool fits_in_icon() const; // ICON: the value survives a record with 32 bits, read back by the type
     void set_node_op(int new_op) override { op = new_op; }
     TYPE* node_type() const override { return type; }
     BASE_NODE* node_left() const override { return left; }

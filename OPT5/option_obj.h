@@ -36,10 +36,11 @@ class option_obj {
   private:
     struct VALUE {
         int number;
-        std::string word;
-        std::vector<std::string> args;
+        std::vector<std::string> args; // one, or one per word of a repeated option
     };
-    std::vector<VALUE> values_;
+    const VALUE* find(int number) const;
+
+    std::vector<VALUE> values_; // in order of arrival
 };
 
 #endif

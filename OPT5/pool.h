@@ -6,8 +6,15 @@
 #include <cstddef>
 #include <string_view>
 
-// A pool hands out zeroed memory from aligned chunks and gives it all back in one go. Objects of the two
-// sizes that come and go all the time, NODE and LIST, are recycled through free lists. No destructor is run.
+// A pool hands out zeroed memory from aligned chunks and gives it all back in one go. Small objects that come
+// and go all the time (nodes, list cells, edges) are recycled through one free list per size. No
+// destructor is run.
+//
+// Chunks are aligned to their size, so the address of a cell leads to its chunk and thereby to its pool. They
+// are small, because a run holds one pool per function still to be written, and pass between pools through
+// a free list of the whole run. Objects that do not fit a chunk get memory of their own.
+//
+// Under AddressSanitizer whatever is not handed out is poisoned: a use after erase is caught.
 class POOL {
   public:
     POOL() = default;
@@ -25,17 +32,25 @@ class POOL {
     static void recycle(void* cell, std::size_t size);
     // Frees everything that the pool ever handed out.
     void release_all();
-    // Bytes held from the system.
+    // Whether the memory is known to have been recycled: always false without AddressSanitizer.
+    static bool is_recycled(const void* memory);
+    // Bytes that the pool holds.
     std::size_t bytes() const { return bytes_; }
 
   private:
     struct CHUNK;
+    struct BIG;
     struct FREE_CELL;
+    void* allocate_big(std::size_t size);
+    void add_chunk();
+
+    static constexpr std::size_t FREE_LISTS = 4;
     CHUNK* chunks_ = nullptr;
+    BIG* big_ = nullptr;
     char* cursor_ = nullptr;
     char* limit_ = nullptr;
-    FREE_CELL* free_[4] = {};
-    std::size_t free_size_[4] = {};
+    FREE_CELL* free_[FREE_LISTS] = {};
+    std::size_t free_size_[FREE_LISTS] = {};
     std::size_t bytes_ = 0;
 };
 

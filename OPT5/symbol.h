@@ -3,6 +3,7 @@
 #ifndef OPT5_SYMBOL_H
 #define OPT5_SYMBOL_H
 
+#include <cstddef>
 #include <cstdint>
 
 #include "i_symtab.h"
@@ -22,6 +23,17 @@ enum SYMBOL_FLAGS : std::uint8_t {
     SF_REGISTER_CANDIDATE = 0x01,
     SF_SET_AT_CREATION = 0x04,
     SF_REVERT_CLASS = 0x80, // the closing run gives class 108 or 109
+};
+
+// Bits of SYMTAB::cqual. Those of the file stay below bit 13.
+enum CQUAL_BITS : std::uint16_t {
+    CQ_REGISTER = 0x0090,      // register-like: bits 4 and 7
+    CQ_INTERRUPT = 0x0020,     // an interrupt handler
+    CQ_FILE_BITS = 0x19ff,     // what reading keeps
+    CQ_ADDRESS_TAKEN = 0x2000, // what is known of a global
+    CQ_WRITTEN = 0x4000,
+    CQ_REFERENCED = 0x8000,
+    CQ_VISIBLE = CQ_ADDRESS_TAKEN | CQ_WRITTEN | CQ_REFERENCED
 };
 
 class SYMTAB final : public I_SYMTAB {
@@ -49,7 +61,9 @@ class SYMTAB final : public I_SYMTAB {
     std::uint32_t serial = 0; // the function's running number of symbols
     std::uint16_t use_count = 0xffff;
     std::int32_t widened = 0;
-    std::uint8_t flags = 0; // SYMBOL_FLAGS
+    FUNINFO* scanned_by = nullptr; // the function that has this static on its list of statics
+    std::uint8_t flags = 0;        // SYMBOL_FLAGS
+    std::uint32_t stamp = 0;       // of the run of the validators that found the symbol on a list last
 
     const char* sym_name() const override { return name; }
     unsigned sym_size() const override { return size; }
@@ -67,6 +81,10 @@ class SYMTAB final : public I_SYMTAB {
     int sym_level() const override { return level; }
     void set_level(int new_level) override { level = new_level; }
     void set_location(unsigned offset) override { location = offset; }
+
+    // Symbols come from the current pool: a local one ends with its function, a global one with the run.
+    static void* operator new(std::size_t size);
+    static void operator delete(void*) {}
 };
 
 // An initialiser: its trees in a doubly linked circular list; the last one is an ENDINIT.
@@ -77,6 +95,11 @@ struct EXPR_LIST {
 };
 
 void init_symbols();
+// Makes a symbol from its record: normalised type, flags of its set of options. A type that is absent, or a
+// size that does not match the type, ends the run.
+SYMTAB* mk_symbol(const SYMBOL_RECORD& record);
+// A new external symbol of the type `int name()`, declared and entered in the output file.
+SYMTAB* mk_library_symbol(const char* name);
 // Puts a new symbol in its list: a global at the head of global_symbols and in the output file, a parameter
 // or local at the tail of the current function's list.
 void sym_def(SYMTAB* symbol);
@@ -84,10 +107,13 @@ void sym_def(SYMTAB* symbol);
 SYMTAB* sym_temp(int kind, int number, TYPE* type, LS* ls);
 // Takes the symbol out of the list; returns the new head.
 SYMTAB* unlink_symbol(SYMTAB* symbol, SYMTAB* list);
-// The defining symbol of a declaration: the symbol itself where there is no other.
+// The defining symbol of an external declaration, by name: the symbol itself where there is no other.
 SYMTAB* get_sym_def_for_decl(SYMTAB* symbol);
 bool symbol_has_pragma(const SYMTAB* symbol, int kind);
-PRAGMA* remove_pragma(int kind, PRAGMA* chain); // returns the new head
+PRAGMA* remove_pragma(int kind,
+                      PRAGMA* chain); // returns the new head; the pragmas taken out stay their owner's
+// The global of that name that is visible outside the file, a definition before a declaration; null if none.
+SYMTAB* find_external_symbol(const char* name);
 
 // Interning across functions.
 SYMTAB* intern_symbol(SYMTAB* symbol, FUNINFO* function);

@@ -1,0 +1,124 @@
+#include "bbutils.h"
+
+#include <string_view>
+#include <tuple>
+#include <utility>
+#include <vector>
+
+#include "bblk.h"
+#include "debug.h"
+#include "fpsmath.h"
+#include "opcodes.h"
+#include "opt_expr.h"
+#include "symbol.h"
+#include "types.h"
+
+using namespace op;
+
+int count_nodes_in_tree(NODE* tree) {
+    int count = 0;
+    walk_tree(tree, [&count](NODE*) { count++; });
+    return count;
+}
+
+bool tree_contains_op(NODE* tree, int op) {
+    return any_node(tree, [op](NODE* node) { return node->op == op; });
+}
+
+namespace {
+
+bool same_payload(NODE* a, NODE* b) {
+    switch (a->op) {
+        case NAME: return a->symbol() == b->symbol();
+        case ICON:
+        case SKIP:
+        case SWITCH: return a->u.lval == b->u.lval;
+        case FCON: return get_ieee_flt_fmt(a->fval()) == get_ieee_flt_fmt(b->fval());
+        case FIELD: return a->mdata == b->mdata && a->csu() == b->csu();
+        case SCON:
+            return a->text_length == b->text_length &&
+                   std::string_view(a->text, a->text_length) == std::string_view(b->text, b->text_length);
+        case LABEL:
+        case LABELDEF: return a->label == b->label && (a->label != nullptr || a->u.lval == b->u.lval);
+        case ICALL:
+        case UICALL:
+        case MCALL:
+        case UMCALL: return a->intrinsic() == b->intrinsic();
+        case PPRAGMA: return a->pragma() == b->pragma();
+        case ASM: return a->u.lval == b->u.lval && std::string_view(a->text) == std::string_view(b->text);
+        default: return true;
+    }
+}
+
+} // namespace
+
+bool trees_are_congruent(NODE* a, NODE* b) {
+    std::vector<std::pair<NODE*, NODE*>> pending{{a, b}};
+    while (!pending.empty()) {
+        std::tie(a, b) = pending.back();
+        pending.pop_back();
+        for (; a != nullptr && b != nullptr; a = a->left, b = b->left) {
+            if (a->op != b->op || a->type != b->type || !same_payload(a, b)) return false;
+            if (a->right != nullptr || b->right != nullptr) pending.emplace_back(a->right, b->right);
+        }
+        if (a != b) return false; // one is null, the other is not
+    }
+    return true;
+}
+
+bool node_is_volatile_access(const NODE* node) {
+    switch (node->op) {
+        case NAME: {
+            const SYMTAB* symbol = node->symbol();
+            if (node->type != nullptr && node->type->is_volatile()) return true;
+            if (symbol->otype != nullptr && symbol->otype->is_volatile()) return true;
+            return volit_vars != 0 && symbol->level == 0;
+        }
+        case UMULT:
+        case STREF: {
+            if (volit_vars != 0) return true;
+            if (node->type != nullptr && node->type->is_volatile()) return true;
+            TYPE* pointer = node->left != nullptr ? node->left->type : nullptr;
+            return pointer != nullptr && pointer->is_ptr() && pointer->type_pointed_to()->is_volatile();
+        }
+        case STDOT: return node->type != nullptr && node->type->is_volatile();
+        case FIELD:
+            return (node->type != nullptr && node->type->is_volatile()) ||
+                   (node->mdata->type != nullptr && node->mdata->type->is_volatile());
+        default: return false;
+    }
+}
+
+bool tree_has_side_effects(NODE* tree) {
+    return any_node(
+        tree, [](NODE* node) { return side_effects[node->op] != SE_NONE || node_is_volatile_access(node); });
+}
+
+namespace {
+
+bool receives_parameter(const NODE* asg) {
+    if (asg->op != ASG && asg->op != STASG) return false;
+    const NODE* target = asg->left;
+    const NODE* source = asg->right;
+    while (source != nullptr && source->op == SCONV) source = source->left;
+    return target != nullptr && target->op == NAME && source != nullptr && source->op == NAME &&
+           target->symbol() == source->symbol() && target->symbol()->level == 1;
+}
+
+} // namespace
+
+bool tree_is_arg_prolog(NODE* tree) {
+    while (tree != nullptr && tree->op == PCOMMA) {
+        if (tree->right == nullptr || !receives_parameter(tree->right)) return false;
+        tree = tree->left;
+    }
+    return tree != nullptr && receives_parameter(tree);
+}
+
+SYMTAB* get_callee_for_call(NODE* call) {
+    if (call->op != CALL && call->op != UCALL) return nullptr;
+    const NODE* function = call->left;
+    if (function == nullptr || function->op != UAND || function->left == nullptr) return nullptr;
+    const NODE* name = function->left;
+    return name->op == NAME && name->symbol()->otype->is_func() ? name->symbol() : nullptr;
+}

@@ -1,0 +1,89 @@
+// Walks over trees, and questions about them.
+
+#ifndef OPT5_BBUTILS_H
+#define OPT5_BBUTILS_H
+
+#include <cstddef>
+#include <vector>
+
+#include "node.h"
+
+class SYMTAB;
+
+// Stack of nodes for walks: trees may be deeper than the machine's stack. Small walks stay off the heap.
+class NODE_STACK {
+  public:
+    bool empty() const { return size_ == 0; }
+    void push(NODE* node) {
+        if (size_ < INLINE) {
+            first_[size_] = node;
+        } else {
+            rest_.push_back(node);
+        }
+        size_++;
+    }
+    NODE* pop() {
+        size_--;
+        if (size_ < INLINE) return first_[size_];
+        NODE* node = rest_.back();
+        rest_.pop_back();
+        return node;
+    }
+
+  private:
+    static constexpr std::size_t INLINE = 32;
+    NODE* first_[INLINE];
+    std::vector<NODE*> rest_;
+    std::size_t size_ = 0;
+};
+
+// Calls `visit` for every node of the tree, a node before its operands, left before right. The visitor may
+// change a node's fields and replace its operands; it must not erase the node. A null tree has no nodes.
+template <class VISIT> void walk_tree(NODE* tree, VISIT visit) {
+    if (tree == nullptr) return;
+    NODE_STACK pending;
+    pending.push(tree);
+    while (!pending.empty()) {
+        for (NODE* node = pending.pop(); node != nullptr; node = node->left) {
+            visit(node);
+            if (node->right != nullptr) pending.push(node->right);
+        }
+    }
+}
+
+// Like walk_tree; stops and returns true as soon as `test` answers true.
+template <class TEST> bool any_node(NODE* tree, TEST test) {
+    if (tree == nullptr) return false;
+    NODE_STACK pending;
+    pending.push(tree);
+    while (!pending.empty()) {
+        for (NODE* node = pending.pop(); node != nullptr; node = node->left) {
+            if (test(node)) return true;
+            if (node->right != nullptr) pending.push(node->right);
+        }
+    }
+    return false;
+}
+
+int count_nodes_in_tree(NODE* tree);
+bool tree_contains_op(NODE* tree, int op);
+
+// Same shape, operators, payloads and types. Calls are congruent as trees; whether two executions of one
+// give the same value is another question.
+bool trees_are_congruent(NODE* a, NODE* b);
+
+// Whether evaluating the tree can do more than yield its value: assign, call, transfer control, or access
+// volatile storage. Faults that the program promises not to have don't count.
+bool tree_has_side_effects(NODE* tree);
+
+// Whether the node by itself accesses volatile storage, as far as its types and its symbol tell.
+bool node_is_volatile_access(const NODE* node);
+
+// The statement that receives the parameters: a left-nested PCOMMA chain of assignments of a parameter to
+// itself, or one such assignment. It is never an assignment to be optimised.
+bool tree_is_arg_prolog(NODE* tree);
+
+// The function that a CALL or UCALL names directly, null for an indirect call.
+SYMTAB* get_callee_for_call(NODE* call);
+
+#endif

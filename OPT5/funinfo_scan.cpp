@@ -1,0 +1,422 @@
+// What a function's trees say of it: effects on memory, size, calls.
+//
+// Every function starts optimistic, with all "does not" flags set, and each node takes away what it proves
+// wrong. Globals collect their marks (referenced, written, address taken) on the way; marks are never taken
+// back, so they are right for every part of the file that may still be written.
+
+#include <vector>
+
+#include "bblk.h"
+#include "bbutils.h"
+#include "fileopt.h"
+#include "files.h"
+#include "node.h"
+#include "opcodes.h"
+#include "opt_expr.h"
+#include "pragma.h"
+#include "symbol.h"
+#include "types.h"
+
+using namespace op;
+
+namespace {
+
+constexpr std::uint32_t ALL_EFFECTS = FUN_no_ind_use | FUN_no_ind_asg | FUN_is_pure_fun | FUN_no_byref_asg |
+                                      FUN_no_global_asg | FUN_no_global_use;
+constexpr std::uint32_t INDIRECT_STORE = FUN_no_byref_asg | FUN_is_pure_fun | FUN_no_ind_asg;
+
+bool is_immutable(const SYMTAB* symbol) { return symbol->otype->is_const() && !symbol->otype->is_volatile(); }
+
+// The variable that the lvalue certainly lies in, null when it is reached through a pointer.
+SYMTAB* known_object(const NODE* lvalue) {
+    for (const NODE* node = lvalue; node != nullptr;) {
+        switch (node->op) {
+            case NAME: return node->symbol();
+            case STDOT: node = node->left; break;
+            case UMULT:
+            case STREF:
+                if (node->left->op != UAND) return nullptr;
+                node = node->left->left;
+                break;
+            default: return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+void note_anonymous(SYMTAB* symbol) {
+    FUNINFO* function = make_FUNINFO(symbol);
+    if (TEST_FLAG(function, FUN_is_interrupt)) return;
+    if ((symbol->cqual & CQ_INTERRUPT) != 0) {
+        function->flags |= FUN_is_interrupt;
+        return;
+    }
+    if (TEST_FLAG(function, FUN_is_anonymous)) return;
+    function->flags |= FUN_is_anonymous;
+    fileinfo.anonymous.push_back(function);
+}
+
+class SCAN {
+  public:
+    explicit SCAN(FUNINFO* function) : f_(function) {}
+    void run(NODE* tree, bool stmt_level, bool in_prolog);
+    int call_count = 0;
+
+  private:
+    struct ITEM {
+        NODE* node;
+        bool discarded; // the value is not used
+        bool in_prolog;
+        bool free; // adds nothing to the size
+    };
+
+    void clear(std::uint32_t flags) { f_->flags &= ~flags; }
+    void push(NODE* node, const ITEM& parent) {
+        if (node != nullptr) pending_.push_back({node, false, parent.in_prolog, parent.free});
+    }
+    void push_operands(const ITEM& item) {
+        push(item.node->right, item);
+        push(item.node->left, item);
+    }
+    void visit(ITEM item);
+    void visit_object(SYMTAB* symbol);
+    void visit_name(const NODE* node);
+    void visit_indirect(const ITEM& item);
+    void visit_address(const ITEM& item);
+    void visit_target(NODE* target, const ITEM& item);
+    void visit_call(const ITEM& item);
+    void visit_arguments(NODE* arguments, const ITEM& item, bool argrefs_are_targets);
+    bool costs_nothing(const ITEM& item) const;
+
+    FUNINFO* f_;
+    std::vector<ITEM> pending_;
+};
+
+void SCAN::visit_object(SYMTAB* symbol) {
+    if (symbol->level == 0) {
+        symbol->cqual |= CQ_REFERENCED;
+        clear(FUN_no_global_use);
+        if (symbol->sclass == SC_STATIC && symbol_has_pragma(symbol, PRAG_SCOPING_FUNC) &&
+            symbol->scanned_by != f_) {
+            symbol->scanned_by = f_;
+            f_->fl_statics.push_back(symbol);
+        }
+    }
+    if (!is_immutable(symbol) && (symbol->level == 0 || symbol->otype->is_volatile())) clear(FUN_is_pure_fun);
+}
+
+void SCAN::visit_name(const NODE* node) {
+    SYMTAB* symbol = node->symbol();
+    if (!symbol->otype->is_func()) {
+        visit_object(symbol);
+    } else if (symbol->level == 0) {
+        symbol->cqual |= CQ_REFERENCED;
+        note_anonymous(symbol);
+    }
+}
+
+void SCAN::visit_indirect(const ITEM& item) {
+    const NODE* node = item.node;
+    if (SYMTAB* object = known_object(node)) {
+        if (!object->otype->is_func()) visit_object(object);
+    } else {
+        const NODE* pointer = node->left;
+        if (pointer->op != NAME || pointer->symbol()->name[0] != '.') clear(FUN_no_ind_use | FUN_is_pure_fun);
+    }
+    if (node_is_volatile_access(node)) clear(FUN_is_pure_fun);
+    push(node->left, item);
+}
+
+// UAND and ARGREF: the operand is not read.
+void SCAN::visit_address(const ITEM& item) {
+    NODE* object = item.node->left;
+    while (object != nullptr && object->op == STDOT) object = object->left;
+    if (object == nullptr) return;
+    if (object->op == NAME) {
+        SYMTAB* symbol = object->symbol();
+        if (symbol->otype->is_func()) {
+            visit_name(object);
+        } else if (symbol->level == 0) {
+            symbol->cqual |= CQ_REFERENCED | CQ_ADDRESS_TAKEN;
+            // What becomes of the address is not followed.
+            clear(FUN_no_global_use | FUN_no_global_asg | FUN_is_pure_fun);
+        }
+    } else if (object->op == UMULT || object->op == STREF) {
+        push(object->left, item);
+    } else {
+        push(object, item);
+    }
+}
+
+void SCAN::visit_target(NODE* target, const ITEM& item) {
+    NODE* object = target;
+    while (object != nullptr && (object->op == STDOT || object->op == ARGREF)) object = object->left;
+    if (SYMTAB* symbol = known_object(target->op == ARGREF ? target->left : target)) {
+        if (symbol->level == 0) {
+            symbol->cqual |= CQ_REFERENCED | CQ_WRITTEN;
+            clear(FUN_is_pure_fun | FUN_no_global_asg);
+        }
+        if (symbol->otype->is_volatile()) clear(FUN_is_pure_fun);
+    } else {
+        clear(INDIRECT_STORE);
+    }
+    if (object == nullptr || object->op == NAME) return;
+    if (node_is_volatile_access(object)) clear(FUN_is_pure_fun);
+    if (object->op == UMULT || object->op == STREF) {
+        push(object->left, item);
+    } else {
+        push(object, item);
+    }
+}
+
+void SCAN::visit_arguments(NODE* arguments, const ITEM& item, bool argrefs_are_targets) {
+    while (arguments != nullptr) {
+        NODE* argument = arguments->op == COMMA ? arguments->right : arguments;
+        NODE* rest = arguments->op == COMMA ? arguments->left : nullptr;
+        if (argrefs_are_targets && argument->op == ARGREF) visit_target(argument, item);
+        push(argument, item);
+        arguments = rest;
+    }
+}
+
+int count_arguments(const NODE* call) {
+    if (call->op == UCALL) return 0;
+    int count = 1;
+    for (const NODE* list = call->right; list != nullptr && list->op == COMMA; list = list->left) count++;
+    return count;
+}
+
+void SCAN::visit_call(const ITEM& item) {
+    NODE* call = item.node;
+    call_count++;
+    call->scratch3 = static_cast<std::uint32_t>(call_count); // unique_call_index
+    visit_arguments(call->op == CALL ? call->right : nullptr, item, false);
+    SYMTAB* symbol = get_callee_for_call(call);
+    if (symbol != nullptr && symbol->level == 0) {
+        symbol->cqual |= CQ_REFERENCED;
+        FUNINFO* callee = make_FUNINFO(symbol);
+        const int count = count_arguments(call);
+        if (callee->nCallers == 0) {
+            callee->nArgs = static_cast<std::int16_t>(count <= 32767 ? count : -1);
+        } else if (callee->nArgs != count) {
+            callee->nArgs = -1;
+        }
+        add_call_edge(f_, callee, item.discarded);
+        merge_callee_effects(f_, callee);
+        return;
+    }
+    f_->flags |= FUN_calls_anonymous | FUN_calls_OUTSIDE;
+    fileinfo.flags |= FILE_calls_may_leave;
+    add_call_edge(f_, fileinfo.root, item.discarded);
+    merge_callee_effects(f_, nullptr);
+    push(call->left, item);
+}
+
+bool SCAN::costs_nothing(const ITEM& item) const {
+    const NODE* node = item.node;
+    switch (node->op) {
+        case NAME: {
+            const SYMTAB* symbol = node->symbol();
+            return (symbol->cqual & CQ_REGISTER) != 0 || symbol->sclass == SC_AUTO;
+        }
+        case SWITCH:
+        case COMMA:
+        case PCOMMA:
+        case COMMAOP:
+        case PCONV:
+        case BRANCH:
+        case OUIALIGN:
+        case NONALIGN:
+        case PPRAGMA:
+        case IF:
+        case LABEL: return true;
+        case STDOT: return node->left->op == UMULT;
+        case SCONV: return item.in_prolog && f_->symbol->otype->func().proto;
+        case ACONV: return tp->compatible_types(node->type, node->left->type, true);
+        case ASM: return node->u.lval.low == 47; // a comment
+        default: return false;
+    }
+}
+
+void SCAN::visit(ITEM item) {
+    NODE* node = item.node;
+    if (!item.free && !costs_nothing(item)) f_->size++;
+    if (opcode_is_ASG(node->op)) {
+        visit_target(node->left, item);
+        // An assign-op reads its target as well.
+        if (op_of_opASG[node->op] != ILLOP || node->op == PLUSPLUS || node->op == MINMIN) {
+            if (SYMTAB* object = known_object(node->left)) {
+                visit_object(object);
+            } else {
+                clear(FUN_no_ind_use);
+            }
+        }
+        push(node->right, item);
+        return;
+    }
+    switch (node->op) {
+        case NAME: visit_name(node); return;
+        case PLUS:
+            if (node->left->op == UAND && node->right->op == ICON) {
+                push(node->left, item);
+                return;
+            }
+            break;
+        case UMULT:
+        case STREF: visit_indirect(item); return;
+        case UAND:
+        case ARGREF: visit_address(item); return;
+        case RETURN: push(node->right, item); return;
+        case URETURN:
+        case LABEL:
+        case FIELD:
+        case LABELDEF: return;
+        case PCOMMA: item.in_prolog = true; break;
+        case SWITCH:
+        case COMMA:
+        case COMMAOP:
+        case PCONV:
+        case BRANCH:
+        case OUIALIGN:
+        case NONALIGN:
+        case PPRAGMA:
+        case IF: item.in_prolog = false; break;
+        case CALL:
+        case UCALL: visit_call(item); return;
+        case NASSERT: item.free = true; break;
+        case ASSERT:
+        case UMCALL:
+            clear(FUN_is_pure_fun);
+            push(node->left, item);
+            return;
+        case MEMCPY:
+            add_call_edge(f_, make_FUNINFO("memcpy"), item.discarded);
+            clear(FUN_no_ind_use | INDIRECT_STORE);
+            break;
+        case MCALL:
+            visit_arguments(node->left, item, true);
+            clear(FUN_is_pure_fun);
+            return;
+        case ASM:
+            if (node->u.lval.low == 47) return;
+            clear(ALL_EFFECTS);
+            if (!symbol_has_pragma(f_->symbol, PRAG_INLINE))
+                f_->flags |= FUN_cannot_inline | FUN_cannot_suppress;
+            return;
+        default: break;
+    }
+    push_operands(item);
+}
+
+void SCAN::run(NODE* tree, bool stmt_level, bool in_prolog) {
+    if (tree == nullptr) return;
+    pending_.push_back({tree, stmt_level, in_prolog, false});
+    while (!pending_.empty()) {
+        const ITEM item = pending_.back();
+        pending_.pop_back();
+        visit(item);
+    }
+}
+
+} // namespace
+
+void scan_for_funinfo(NODE* tree, bool stmt_level, FUNINFO* function, bool in_prolog) {
+    SCAN(function).run(tree, stmt_level, in_prolog);
+}
+
+void scan_for_calls_and_uses(NODE* tree) {
+    walk_tree(tree, [](NODE* node) {
+        if (node->op == NAME && node->symbol()->level == 0) node->symbol()->cqual |= CQ_VISIBLE;
+        if (SYMTAB* callee = get_callee_for_call(node)) make_FUNINFO(callee)->flags |= FUN_cannot_suppress;
+    });
+}
+
+void scan_initialiser(NODE* tree) {
+    walk_tree(tree, [](NODE* node) {
+        if (node->op != NAME) return;
+        SYMTAB* symbol = node->symbol();
+        symbol->cqual |= CQ_REFERENCED | CQ_ADDRESS_TAKEN;
+        if (symbol->otype->is_func() && symbol->level == 0) note_anonymous(symbol);
+    });
+}
+
+void add_call_edge(FUNINFO* caller, FUNINFO* callee, bool value_is_discarded) {
+    if (callee->nCallers != 0xffff) callee->nCallers++;
+    callee->flags |= FUN_is_called;
+    if (!value_is_discarded) callee->flags |= FUN_value_needed;
+    if (TEST_FLAG(callee, FUN_is_main)) whole_file_mode = 0;
+    if (callee->last_caller == caller) {
+        callee->last_edge->ncalls++;
+    } else {
+        caller->callees = new CALL_EDGE{callee, 1, caller->callees};
+        callee->last_caller = caller;
+        callee->last_edge = caller->callees;
+    }
+    if (TEST_FLAG(caller, FUN_has_1_BB) && TEST_FLAG(callee, FUN_never_returns)) {
+        caller->flags |= FUN_never_returns;
+        caller->flags &= ~FUN_is_pure_fun;
+    }
+}
+
+void merge_callee_effects(FUNINFO* caller, const FUNINFO* callee) {
+    if (callee == nullptr) {
+        caller->flags &= ~ALL_EFFECTS;
+        return;
+    }
+    const auto lacks = [callee](std::uint32_t flag) { return !TEST_FLAG(callee, flag); };
+    std::uint32_t gone = 0;
+    if (lacks(FUN_no_byref_asg)) gone |= FUN_no_byref_asg | FUN_no_ind_asg;
+    if (lacks(FUN_no_ind_asg)) gone |= FUN_no_ind_asg;
+    if (lacks(FUN_no_ind_use)) gone |= FUN_no_ind_use;
+    if (lacks(FUN_no_global_asg)) gone |= FUN_no_global_asg;
+    if (lacks(FUN_no_global_use)) gone |= FUN_no_global_use;
+    if (lacks(FUN_is_pure_fun)) gone |= FUN_is_pure_fun;
+    caller->flags &= ~gone;
+}
+
+namespace {
+
+void note_kind_of_function(FUNINFO* f) {
+    if (TEST_FLAG(f, FUN_is_main | FUN_is_interrupt | FUN_is_referenced)) {
+        f->flags |= FUN_is_cg_root;
+        fileinfo.flags |= FILE_has_entry;
+    }
+    if (TEST_FLAG(f, FUN_is_main)) fileinfo.flags |= FILE_has_main;
+    if (f->symbol->sclass == SC_EXTDEF || f->symbol->sclass == SC_EXTERN) {
+        f->flags |= FUN_is_extern;
+        fileinfo.flags |= FILE_has_extern;
+    }
+    if (f->bb_count == 1) f->flags |= FUN_has_1_BB;
+}
+
+} // namespace
+
+void preprocess_fundef(FUNINFO* f) {
+    fileinfo.defined.push_back(f);
+    note_kind_of_function(f);
+    const std::uint32_t promised = f->flags & (FUN_no_byref_asg | FUN_no_ind_asg);
+    f->flags |= FUN_no_ind_use | FUN_no_ind_asg | FUN_no_byref_asg | FUN_no_global_asg | FUN_no_global_use;
+    if (!TEST_FLAG(f, FUN_never_returns)) f->flags |= FUN_is_pure_fun;
+    f->size = 0;
+    SCAN scan(f);
+    for (BBLK* bb = f->bb_list; bb != nullptr; bb = bb->next)
+        for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+            scan.run(cell->first, true, tree_is_arg_prolog(cell->first));
+    for (EHT_ENTRY& entry : f->eht) {
+        auto* tree = static_cast<NODE*>(entry.tree);
+        if (entry.kind != EHK_EXPR || tree == nullptr) continue;
+        scan.run(tree, true, false);
+        scan_for_calls_and_uses(tree);
+    }
+    if (f->eht.size() > 2)
+        f->size +=
+            static_cast<std::int32_t>(f->eht.size() - 1) * (tp->int_type(IK_INT)->size() == 16 ? 4 : 2);
+    f->flags |= promised; // what a pragma says outranks the trees
+    if (TEST_FLAG(f, FUN_no_ind_asg)) f->flags |= FUN_no_byref_asg;
+    if (symbol_has_pragma(f->symbol, PRAG_NORVANE_WEAK)) {
+        // The linker may take another body.
+        f->flags &=
+            ~(FUN_never_returns | ALL_EFFECTS | FUN_no_RPT_loop | FUN_is_SYSTEM | FUN_has_1_BB | 1u << 25);
+        f->flags |= FUN_calls_OUTSIDE | FUN_calls_SYSTEM;
+    }
+}

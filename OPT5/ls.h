@@ -1,0 +1,39 @@
+// The scope tree of a function: which symbol is declared in which block of the source.
+//
+// The root is the file's scope, its child the function's with the parameters, below it the body's with the
+// outermost locals (level 2), and one more level for each nested block. Scopes live in the function's pool.
+
+#ifndef OPT5_LS_H
+#define OPT5_LS_H
+
+#include <cstdio>
+
+class SYMTAB;
+struct FUNINFO;
+struct SYMLIST;
+
+class LS {
+  public:
+    LS* parent = nullptr;
+    LS* children = nullptr; // newest first
+    LS* sibling = nullptr;
+    SYMLIST* symbols = nullptr; // newest first
+    int level = 0;              // 0 file, 1 parameters, 2 and up locals
+
+    // Opens a scope inside the function's open scope, which becomes the open one.
+    static LS* open(FUNINFO* function);
+    // Closes the open scope. False when none is open.
+    static bool close(FUNINFO* function);
+    // The scope of the function's outermost locals; null before it is opened.
+    static LS* level_2_scope(const FUNINFO* function);
+
+    // Enters the symbol in this scope and makes it the symbol's.
+    void add_symbol(SYMTAB* symbol);
+
+    // Ends the run if the tree is inconsistent: levels that do not count up, symbols of another scope.
+    static void validate(LS* root);
+    // One line per scope, with its symbols, to the debug file.
+    static void print(LS* root);
+};
+
+#endif

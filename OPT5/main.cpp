@@ -1,0 +1,142 @@
+// The driver: start-up, the reading of the whole input, the main loop over functions and barriers, the
+// closing run over the globals.
+
+#include <cstdio>
+#include <cstdlib>
+#include <deque>
+#include <exception>
+#include <map>
+#include <new>
+#include <unordered_map>
+#include <vector>
+
+#include "DIAG/diag.h"
+#include "debug.h"
+#include "dump.h"
+#include "fileopt.h"
+#include "files.h"
+#include "if_file.h"
+#include "node.h"
+#include "output.h"
+#include "pass.h"
+#include "read.h"
+#include "steps.h"
+#include "symbol.h"
+#include "types.h"
+
+namespace {
+
+// For each function the steps that it has yet to run. All lists hold the same passes, so a list is the place
+// in the common sequence; functions are found by pointer and never walked in pointer order.
+class STEPS_TABLE {
+  public:
+    std::vector<pass*> sequence;
+
+    bool is_empty(SYMTAB* function) { return place_[function] >= sequence.size(); }
+    pass* front(SYMTAB* function) { return sequence[place_[function]]; }
+    void pop(SYMTAB* function) { place_[function]++; }
+
+  private:
+    std::unordered_map<SYMTAB*, std::size_t> place_;
+};
+
+STEPS_TABLE steps_table;
+
+void announce_function() {
+    remembered_fdebug = fdebug;
+    if (pass_debug("split_odb")) open_debug_file(1, currfunc->name);
+    dump_function_header();
+    if (write_opt_info)
+        std::fprintf(finfo,
+                     "\n==============================================================================\n");
+    dump_FUNINFO(currfuninfo, nullptr);
+    if (TEST_FLAG(currfuninfo, FUN_is_unsuppressed) && opt_level() > 2)
+        std::fprintf(fdebug, "\n!!! %s() (%s) must be unsuppressed !!!\n\n",
+                     currfunc->type->printstr().c_str(), currfunc->name);
+}
+
+// Runs the steps of one function up to the next barrier or the end of its list.
+void run_function_phase(SYMTAB* function) {
+    currfuninfo = make_FUNINFO(function);
+    currfunc = function;
+    if (function != currfuninfo->symbol) {
+        currfuninfo->symbol = get_sym_def_for_decl(currfuninfo->symbol);
+        if (currfunc != currfuninfo->symbol) optassert("currfunc == currfuninfo->symbol", "main", 253);
+    }
+    bool announced = false;
+    while (!steps_table.is_empty(function)) {
+        pass* step = steps_table.front(function);
+        if (step->is_barrier()) break;
+        if (!announced && print_debug) announce_function();
+        announced = true;
+        step->run();
+        steps_table.pop(function);
+    }
+    currfuninfo = nullptr;
+    currfunc = nullptr;
+}
+
+void run_barrier_phase() {
+    pass* barrier = nullptr;
+    for (SYMTAB* function : functions) {
+        if (steps_table.is_empty(function)) continue;
+        pass* front = steps_table.front(function);
+        if (barrier == nullptr) barrier = front;
+        if (front != barrier) optassert("barrier_pass == passes.front()", "main", 289);
+        steps_table.pop(function);
+    }
+    if (barrier != nullptr) barrier->run();
+}
+
+bool steps_remain() {
+    for (SYMTAB* function : functions)
+        if (!steps_table.is_empty(function)) return true;
+    return false;
+}
+
+void run_steps() {
+    auto* output = new pass("output function", [] { run_step_body(OUTPUT_STEP); });
+    steps_table.sequence = global_pass_manager.passes;
+    steps_table.sequence.push_back(output);
+    while (steps_remain()) {
+        for (SYMTAB* function : functions) run_function_phase(function);
+        run_barrier_phase();
+    }
+}
+
+[[noreturn]] void run(int argc, char** argv) {
+    open_files(argc, argv);
+    init_opcode_tables();
+    init_symbols();
+    init_fileopts();
+    setup_passes(true);
+    // There is no rule base to parse: the switch exercises start-up and the end of a run alone.
+    if (!pass_debug("parser")) {
+        user_error_count = 0;
+        i_file->if_read_file();
+        opt_client.end_of_input();
+        if (!functions.empty()) run_steps();
+        closing_run_over_globals();
+        interned_stats();
+    }
+    close_files();
+    if (--TYPE_PKG::tp_count == 0) {
+        delete tp;
+        tp = nullptr;
+    }
+    std::exit(0);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        abort_optimizer("ERROR - OUT OF MEMORY");
+    } catch (const std::exception& exception) {
+        std::fprintf(stderr, "Exception:  %s\n", exception.what());
+        std::fprintf(stderr, "%s", support_message_text());
+        std::exit(1);
+    }
+}

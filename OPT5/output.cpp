@@ -1,0 +1,80 @@
+// The step "output function".
+//
+// Trees: nothing is rewritten; locals of the outermost scope that no tree names any more lose their symbol.
+// Requires edges and blocks; behind it the body is gone. Linear in the function.
+
+#include "output.h"
+
+#include <vector>
+
+#include "bblk.h"
+#include "debug.h"
+#include "erase.h"
+#include "fileopt.h"
+#include "files.h"
+#include "node.h"
+#include "symbol.h"
+#include "write.h"
+
+std::FILE* remembered_fdebug = nullptr;
+
+namespace {
+
+constexpr int OUTERMOST_LOCALS = 2;
+
+void count_uses(NODE* tree) {
+    std::vector<NODE*> pending{tree};
+    while (!pending.empty()) {
+        NODE* node = pending.back();
+        pending.pop_back();
+        for (; node != nullptr; node = node->left) {
+            if (node->op == op::NAME) {
+                // The counter is narrow; that a symbol is used is all that matters.
+                if (node->symbol()->level == OUTERMOST_LOCALS && node->symbol()->use_count != 0xffff)
+                    node->symbol()->use_count++;
+                break;
+            }
+            if (node->right != nullptr) pending.push_back(node->right);
+        }
+    }
+}
+
+void drop_unused_locals() {
+    for (SYMTAB* symbol = currfuninfo->locals; symbol != nullptr; symbol = symbol->next)
+        if (symbol->level == OUTERMOST_LOCALS) symbol->use_count = 0;
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) count_uses(cell->first);
+    for (const EHT_ENTRY& entry : currfuninfo->eht)
+        if (entry.tree != nullptr) count_uses(static_cast<NODE*>(entry.tree));
+
+    SYMTAB** link = &currfuninfo->locals;
+    SYMTAB* last = nullptr;
+    while (SYMTAB* symbol = *link) {
+        if (symbol->level == OUTERMOST_LOCALS && symbol->use_count == 0) {
+            *link = symbol->next;
+            continue;
+        }
+        last = symbol;
+        link = &symbol->next;
+    }
+    currfuninfo->locals_tail = last;
+}
+
+} // namespace
+
+void output_function() {
+    drop_unused_locals();
+    if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
+        write_func_header();
+        write_func_body();
+    }
+    currfuninfo->flags |= FUN_is_processed;
+    erase_all();
+    currfuninfo = nullptr;
+    currfunc = nullptr;
+    restore_global_flags();
+    if (print_debug && fdebug != remembered_fdebug) {
+        std::fclose(fdebug);
+        fdebug = remembered_fdebug;
+    }
+}

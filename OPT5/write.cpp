@@ -1,0 +1,268 @@
+// A function leaves: its symbols, its blocks in layout order, its end.
+//
+// A block in memory always ends with an explicit transfer; a file has fall through. `lower_transfers` closes
+// the gap, block by block, with `next` the block behind it:
+//
+//     IF(c, t, f)    f is not next:   CBRANCH(c, LABEL f), then BRANCH(LABEL t) unless t is next
+//                    f is next:       CBRANCH(not c, LABEL t)
+//     BRANCH(t)      t is next:       nothing
+//                    t is the exit:   URETURN
+//     exit block     nothing: the body ends here
+//
+// CBRANCH jumps when its condition is zero. `not c` is the inverse comparison where there is one, the operand
+// of an EXCLAIM, or an EXCLAIM of c. So a body whose blocks stand as they were read is written with
+// the operators it had. Labels that are still referred to are numbered from 1 in layout order.
+
+#include "write.h"
+
+#include <cstdint>
+
+#include "bblk.h"
+#include "bbutils.h"
+#include "dump.h"
+#include "erase.h"
+#include "fileopt.h"
+#include "files.h"
+#include "if_file.h"
+#include "ls.h"
+#include "node.h"
+#include "opcodes.h"
+#include "opt_expr.h"
+#include "pragma.h"
+#include "symbol.h"
+#include "types.h"
+
+using namespace op;
+
+namespace {
+
+// --- Transfers in the form of the file.
+
+bool compares_floating(const NODE* comparison) {
+    return comparison->left->type->is_fltpt() || comparison->right->type->is_fltpt();
+}
+
+NODE* inverse_condition(NODE* condition) {
+    const int inverse = boolean_inv[condition->op];
+    // The plain comparisons have no form for an unordered operand.
+    if (inverse != ILLOP && (condition->op >= FEQ || !compares_floating(condition))) {
+        condition->op = inverse;
+        return condition;
+    }
+    if (condition->op == EXCLAIM) {
+        NODE* operand = condition->left;
+        condition->left = nullptr;
+        erase_node(condition);
+        return operand;
+    }
+    return mk_EXCLAIM(condition);
+}
+
+void lower_IF(LIST* last, const BBLK* next) {
+    NODE* transfer = last->first;
+    NODE* arms = transfer->right;
+    NODE* if_true = arms->left;
+    NODE* if_false = arms->right;
+    arms->left = arms->right = nullptr;
+    erase_node(arms);
+    transfer->op = CBRANCH;
+    const bool true_is_next = if_true->label->bb == next;
+    if (if_false->label->bb == next && !true_is_next) {
+        transfer->left = inverse_condition(transfer->left);
+        transfer->right = if_true;
+        erase_tree(if_false);
+        return;
+    }
+    transfer->right = if_false;
+    if (true_is_next) {
+        erase_tree(if_true);
+    } else {
+        NODE* branch = maketree(BRANCH, if_true, nullptr, tp->void_type(), nullptr);
+        last->next = mklist(branch, nullptr, 0, 0);
+        last->next->psn = last->psn;
+    }
+}
+
+// Null: the transfer is the fall through.
+NODE* lower_BRANCH(NODE* transfer, const BBLK* next) {
+    const BBLK* target = transfer->left->label->bb;
+    if (target == next) return nullptr;
+    if (!target->is_exit()) return transfer;
+    transfer->left = erase_tree(transfer->left);
+    NODE* name = mk_NAME(currfunc, nullptr);
+    name->type = currfunc->otype;
+    return maketree(URETURN, name, nullptr, tp->void_type(), nullptr);
+}
+
+void drop_last_cell(BBLK* bb) {
+    LIST** place = &bb->statements;
+    while ((*place)->next != nullptr) place = &(*place)->next;
+    *place = erase_tree_list(*place);
+}
+
+std::uint32_t count_cases(const NODE* list) {
+    std::uint32_t count = 0;
+    for (; list != nullptr && list->op == COMMA; list = list->left)
+        if (list->right->op == CASE) count++;
+    return count + (list != nullptr && list->op == CASE ? 1 : 0);
+}
+
+void lower_transfer(BBLK* bb) {
+    LIST* last = last_cell(bb);
+    if (last == nullptr) return;
+    NODE* transfer = last->first;
+    switch (transfer->op) {
+        case IF: lower_IF(last, bb->next); break;
+        case BRANCH: {
+            NODE* lowered = lower_BRANCH(transfer, bb->next);
+            if (lowered == nullptr) {
+                drop_last_cell(bb);
+            } else if (lowered != transfer) {
+                erase_tree(transfer);
+                last->first = lowered;
+            }
+            break;
+        }
+        case SWITCH: transfer->u.lval = INT65::from_unsigned(count_cases(transfer->right)); break;
+        case URETURN:
+            if (bb->is_exit()) drop_last_cell(bb);
+            break;
+        default: break;
+    }
+}
+
+// Counts the references that are left, and numbers the labels.
+void number_labels() {
+    const auto count = [](NODE* tree) {
+        walk_tree(tree, [](NODE* node) {
+            if (node->op == LABEL && node->label != nullptr) node->label->refs++;
+        });
+    };
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        if (bb->label != nullptr) bb->label->refs = 0;
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
+            const NODE* statement = cell->first;
+            if (statement->op == BRANCH) count(statement->left);
+            if (statement->op == CBRANCH || statement->op == SWITCH) count(statement->right);
+        }
+    for (const EHT_ENTRY& entry : currfuninfo->eht) {
+        walk_tree(static_cast<NODE*>(entry.tree), [](NODE* node) {
+            if (node->op == LABEL && node->label != nullptr) node->label = label_of(node->label->bb);
+        });
+        count(static_cast<NODE*>(entry.tree));
+    }
+    std::int32_t number = 0;
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        if (bb->label != nullptr && bb->label->refs > 0) bb->label->number = ++number;
+}
+
+// A reference with a profile count is written under an EPVAL.
+void restore_profile_counts(NODE* tree) {
+    walk_tree(tree, [](NODE* node) {
+        for (NODE** place : {&node->left, &node->right}) {
+            NODE* operand = *place;
+            if (operand == nullptr || operand->op != LABEL || operand->edge_profile == NO_PROFILE) continue;
+            auto* wrapper = new NODE(EPVAL, operand->type);
+            wrapper->edge_profile = operand->edge_profile;
+            operand->edge_profile = NO_PROFILE;
+            wrapper->left = operand;
+            *place = wrapper;
+        }
+    });
+}
+
+// --- Records.
+
+void debug_line(const char* key, int record, const PSN* psn) {
+    if (print_debug == 0) return;
+    dprintf("%s\t%d\t%ld\t\t\t;%s\n", key, record, psn != nullptr ? static_cast<long>(psn->line) : 0L,
+            psn != nullptr && psn->file != nullptr ? psn->file : "NO_FILE");
+}
+
+void write_symbol(SYMTAB* symbol) {
+    revert_symbol_type(symbol);
+    o_file->if_enter_local(symbol);
+    o_file->if_write_symbol(symbol);
+}
+
+void write_symbols() {
+    for (SYMTAB* symbol = currfuninfo->params; symbol != nullptr; symbol = symbol->next) write_symbol(symbol);
+    wrstcr(REC_END_ARGS, currfuninfo->args_psn);
+    for (SYMTAB* symbol = currfuninfo->locals; symbol != nullptr; symbol = symbol->next) write_symbol(symbol);
+    currfuninfo->temps = revsymtab(currfuninfo->temps);
+    for (SYMTAB* symbol = currfuninfo->temps; symbol != nullptr; symbol = symbol->next) write_symbol(symbol);
+    wrstcr(REC_END_LOCALS, currfuninfo->locals_psn);
+}
+
+} // namespace
+
+void revert_symbol_type(SYMTAB* symbol) {
+    symbol->type = symbol->otype;
+    if (symbol->class_as_read == SC_VARARG && symbol->sclass == SC_PARM) symbol->sclass = SC_VARARG;
+}
+
+void wrstcr(int record, const PSN* psn) {
+    static constexpr const char* KEYS[] = {"", "I_BF", "I_EF", "I_BB", "I_EB", "I_EA", "I_EL"};
+    debug_line(record >= 1 && record <= REC_END_LOCALS ? KEYS[record] : "<unknown key>", record, psn);
+    o_file->if_write_control(record, psn);
+}
+
+void wrasmr(int record, const char* text, const PSN* psn) {
+    if (record == REC_COMMENT) {
+        o_file->if_write_comment(text);
+    } else {
+        o_file->if_write_assembly(text, psn);
+    }
+    dprintf("%s\n", text);
+}
+
+void wrtree(NODE* tree) { o_file->if_write_expr_node(tree); }
+
+void wrbdlr(LBL* label) {
+    dprintf("L%d:\n", label->number);
+    o_file->if_write_label(static_cast<unsigned>(label->number));
+}
+
+void wrexpr(LIST* statement) {
+    NODE* tree = statement->first;
+    switch (tree->op) {
+        case PPRAGMA:
+            if (tree->pragma()->kind == PRAG_LOOP_FLAGS) return;
+            o_file->if_write_pragma(tree->pragma());
+            break;
+        case ASM: wrasmr(static_cast<int>(tree->u.lval.low), tree->text, statement->psn); return;
+        default:
+            restore_profile_counts(tree);
+            o_file->if_write_expr(tree, statement->psn);
+            break;
+    }
+    if (print_debug != 0) dprintf("\t%s\n", tree_to_text(tree).c_str());
+}
+
+void wrbblocks() {
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) lower_transfer(bb);
+    number_labels();
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
+        if (bb->label != nullptr && bb->label->refs > 0) wrbdlr(bb->label);
+        for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) wrexpr(cell);
+    }
+}
+
+void write_func_header() {
+    debug_line("I_BF", REC_BEGIN_FUNC, currfuninfo->psn);
+    o_file->if_write_begin_func(currfunc, currfuninfo->psn);
+}
+
+void write_func_body() {
+    write_symbols();
+    wrbblocks();
+    if (!currfuninfo->eht.empty()) {
+        for (const EHT_ENTRY& entry : currfuninfo->eht)
+            restore_profile_counts(static_cast<NODE*>(entry.tree));
+        o_file->if_write_func_eht(currfuninfo->eht);
+    }
+    wrstcr(REC_END_FUNC, currfuninfo->end_psn);
+    o_file->if_flush();
+    currfuninfo->flags |= FUN_is_processed;
+}
