@@ -104,7 +104,7 @@ def describe_end(status):
     return f"exit status {status}"
 
 
-def first_lines(data, count=3):
+def first_lines(data, count=4):
     lines = [line for line in data.decode("utf-8", "replace").splitlines() if line.strip()]
     return " | ".join(lines[:count])
 
