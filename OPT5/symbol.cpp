@@ -165,18 +165,12 @@ void sym_def(SYMTAB* symbol) {
 
 namespace {
 
+// The type without the qualifiers of its element, past arrays.
 TYPE* without_qualifiers(TYPE* type) {
-    std::vector<TYPE*> arrays;
     TYPE* element = type;
-    while (element->is_array()) {
-        arrays.push_back(element);
-        element = element->elem_type();
-    }
+    while (element->is_array()) element = element->elem_type();
     if (!element->is_qualified()) return type;
-    type = element->stqs();
-    for (auto array = arrays.rbegin(); array != arrays.rend(); ++array)
-        type = tp->replace_array_elem(*array, type);
-    return type;
+    return type->is_array() ? tp->replace_array_elem(type, element->stqs()) : element->stqs();
 }
 
 } // namespace

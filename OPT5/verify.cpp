@@ -256,9 +256,11 @@ void VERIFIER::check_node(NODE* node) {
     if (node == statement_ && (node->op == CBRANCH || node->op == LABELDEF || node->op == LABEL ||
                                node->op == COLON || node->op == CASE || node->op == DEFAULT))
         fail("%s is no statement", name_of(node));
-    for (const NODE* operand : {node->left, node->right})
-        if (operand != nullptr && !may_stand(node, operand))
-            fail("%s under %s", name_of(operand), name_of(node));
+    for (const NODE* operand : {node->left, node->right}) {
+        if (operand == nullptr) continue;
+        if (operand->type == nullptr) fail("%s without a type", name_of(operand));
+        if (!may_stand(node, operand)) fail("%s under %s", name_of(operand), name_of(node));
+    }
     if (node->op == NAME) {
         const SYMTAB* symbol = node->symbol();
         if (symbol == nullptr) fail("NAME without a symbol");
