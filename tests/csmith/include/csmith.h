@@ -1,5 +1,6 @@
-// What a generated program needs from its header, written for the 16-bit data model: arithmetic that never leaves its
-// defined range (the first operand comes back instead), and the checksum over all global variables.
+// What a generated program needs from its header, written for the 16-bit data model: arithmetic that never
+// leaves its defined range (the first operand comes back instead), and the checksum over all global
+// variables.
 #ifndef CSMITH_H
 #define CSMITH_H
 
@@ -7,7 +8,8 @@
 #include <stdio.h>
 #include <string.h>
 
-// All operators on the signed type T with the unsigned counterpart U, which has BITS bits and the largest value MAX.
+// All operators on the signed type T with the unsigned counterpart U, which has BITS bits and the largest
+// value MAX.
 #define SIGNED_OPERATORS(T, U, BITS, MAX)                                                                    \
     static T safe_unary_minus_func_##T##_s(T a) { return a == -(MAX)-1 ? a : (T)-a; }                        \
     static T safe_add_func_##T##_s_s(T a, T b) {                                                             \
