@@ -222,34 +222,24 @@ int main(int argc, char** argv) {
     ensure_stack(argv);
     const command_line words = read_words(argc, argv);
 
-    std::vector<std::string> args = {"-triple",
-                                     "msp430",
-                                     "-std=gnu11",
-                                     "-ffreestanding",
-                                     "-fno-builtin",
-                                     "-nostdsysteminc",
-                                     "-w",
-                                     "-fbracket-depth",
-                                     "100000",
-                                     "-internal-isystem",
-                                     header_directory(),
-                                     "-x",
-                                     "c"};
+    std::vector<std::string> args = {
+        "-triple", "msp430",          "-std=gnu11", "-ffreestanding", "-fno-builtin",     "-nostdsysteminc",
+        "-w",      "-fbracket-depth", "100000",     "-internal-isystem",       header_directory(), "-x",
+        "c"};
     args.insert(args.end(), words.parser_args.begin(), words.parser_args.end());
     args.push_back(words.input);
     std::vector<const char*> arg_texts;
     for (const std::string& arg : args) arg_texts.push_back(arg.c_str());
 
     CompilerInstance compiler;
-    auto* client = new diagnostics;
-    compiler.createDiagnostics(client, true);
+    diagnostics client;
+    compiler.createDiagnostics(&client, false);
     if (!CompilerInvocation::CreateFromArgs(compiler.getInvocation(), arg_texts, compiler.getDiagnostics()))
         return 1;
-    compiler.createDiagnostics(client, false);
     lowering_action action(words);
     compiler.ExecuteAction(action);
     const std::string temporary = words.output + ".tmp";
-    if (client->errors != 0 || !action.complete) {
+    if (client.errors != 0 || !action.complete) {
         std::remove(temporary.c_str());
         return 1;
     }
