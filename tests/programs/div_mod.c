@@ -28,7 +28,7 @@ int main(void) {
             if ((long)q * b[j] + r != a[i]) printf("identity fails for %d / %d\n", a[i], b[j]);
             if (r != 0 && (r < 0) != (a[i] < 0)) printf("sign fails for %d %% %d\n", a[i], b[j]);
             uint16_t ub = (uint16_t)b[j];
-            check = (check * 31 + q * 7 + r + (long)div_u((uint16_t)a[i], ub) + mod_u((uint16_t)a[i], ub)) %
+            check = (check * 31 + q * 7L + r + (long)div_u((uint16_t)a[i], ub) + mod_u((uint16_t)a[i], ub)) %
                     1000003L;
         }
         printf("%ld ", check);

@@ -19,7 +19,7 @@ struct s {
 
 _Static_assert(sizeof(long) > sizeof(short), "long is wider");
 _Static_assert(_Generic(1L, long : 1, default : 0), "1L is a long");
-_Static_assert((unsigned char)-1 > 0 && -1 < 0, "signs");
+_Static_assert((unsigned)-1 > 0 && -1 < 0, "signs");
 
 int main(void) {
     _Static_assert(sizeof(struct s) == sizeof(int), "no padding");

@@ -57,7 +57,8 @@ int main(void) {
     (*a)++;
     *b += 5;
     printf("%d %d\n", one, two);
-    printf("%d %d %d\n", through(&one, &two), through(&one, &one), one);
+    int16_t apart = through(&one, &two), same = through(&one, &one);
+    printf("%d %d %d\n", apart, same, one);
     *alias += 3;
     int16_t seen = shared;
     alias = &one;

@@ -40,7 +40,7 @@ class diagnostics final : public DiagnosticConsumer {
   public:
     void HandleDiagnostic(DiagnosticsEngine::Level level, const Diagnostic& info) override {
         if (level < DiagnosticsEngine::Error) return;
-        if (info.getID() == diag::err_static_assert_failed) return;
+        if (info.getID() == diag::err_static_assert_failed || info.getID() == diag::err_static_assert_requirement_failed) return;
         errors++;
         llvm::SmallString<128> text;
         info.FormatDiagnostic(text);
