@@ -351,6 +351,7 @@ TEST_F(CFG_DEATH, BrokenTreesAreCaught) {
     EXPECT_FAULT(replace(tree(SCONV, float_type, icon(1))), "ASG of float to int");
     EXPECT_FAULT(replace(compare(FLT, name(f), name(x))), "FLT compares float with int");
     EXPECT_FAULT(replace(compare(LT, name(f), name(f))), "LT compares floating");
+    EXPECT_FAULT(replace(icon(1, tp->int_type(IK_LONG))), "ASG of long to int");
     EXPECT_FAULT(replace(tree(EQ, tp->mk_ptr(int_type), name(x), name(x))), "EQ gives no integer");
     EXPECT_FAULT(replace(tree(250, int_type)), "operator 250");
     EXPECT_FAULT(block(3)->statements->first = tree(LABELDEF, void_type), "LABELDEF is no statement");

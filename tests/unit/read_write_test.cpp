@@ -314,6 +314,10 @@ TEST_F(FILE_DEATH, ImpossibleBodiesEndTheRunWithOneLine) {
     EXPECT_BAD(stmt(case_of(1, 1)), "CASE outside a SWITCH");
     EXPECT_BAD(stmt(inc(x)); stmt(asg(x, case_of(1, 1))), "CASE outside a SWITCH");
     EXPECT_BAD(stmt(asg(x, ret(icon(1)))), "RETURN inside an expression");
+    EXPECT_BAD(stmt(tree(ASG, int_type, icon(1), icon(2)), 8),
+               "line 8: ASG of ICON, which is no place in memory");
+    EXPECT_BAD(stmt(asg(x, tree(NOP, int_type))), "NOP inside an expression");
+    EXPECT_BAD(stmt(cbranch(tree(SCONV, void_type, name(x)), 1)), "CBRANCH has a condition of type void");
     EXPECT_BAD(stmt(tree(BRANCH, void_type, icon(1))), "BRANCH without a label");
     EXPECT_BAD(stmt(tree(CBRANCH, void_type, icon(1), name(x))), "CBRANCH without a label");
     EXPECT_BAD(stmt(asg(x, ref(1))), "LABEL outside a transfer");
