@@ -244,8 +244,6 @@ std::int64_t machine::execute(std::size_t bottom) {
     std::int64_t* r = registers_.data() + f->base;
     std::uint32_t pc = f->pc;
     // Steps are counted a block at a time, at jumps and calls.
-    std::uint64_t steps = 0;
-    for (std::uint64_t c : counts_) steps += c;
     std::uint64_t budget = options_.max_steps;
 
     const auto reload = [&] {
