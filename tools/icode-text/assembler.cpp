@@ -250,37 +250,37 @@ class assembler {
             in_.take();
             return known->second;
         }
-        static const struct {
-            const char* name;
-            int size, align;
-        } basic[] = {{"bool", 16, 16},  {"char", 16, 16},   {"uchar", 16, 16},   {"wchar", 16, 16},
-                     {"short", 16, 16}, {"ushort", 16, 16}, {"int", 16, 16},     {"uint", 16, 16},
-                     {"long", 32, 32},  {"ulong", 32, 32},  {"llong", 64, 32},   {"ullong", 64, 32},
-                     {"float", 32, 32}, {"double", 32, 32}, {"ldouble", 32, 32}, {"void", 0, 16}};
+        static const char* const basic[] = {"bool",  "char",   "uchar",   "wchar", "short", "ushort",
+                                            "int",   "uint",   "long",    "ulong", "llong", "ullong",
+                                            "float", "double", "ldouble", "void"};
         const std::int64_t n = next_type_++;
         if (!defining) {
-            const auto* row = std::find_if(std::begin(basic), std::end(basic),
-                                           [&](const auto& b) { return b.name == label; });
-            if (row == std::end(basic)) in_.fail("type \"" + label + "\" is not defined");
-            define_basic(n, label, row->size, row->align);
+            if (std::find(std::begin(basic), std::end(basic), label) == std::end(basic))
+                in_.fail("type \"" + label + "\" is not defined");
+            define_basic(n, label);
         }
         type_labels_[label] = n;
         in_.take();
         return n;
     }
 
-    void define_basic(std::int64_t number, const std::string& name, int size, int align) {
+    void define_basic(std::int64_t number, const std::string& name) {
         const LAYOUT* layout = type_layout(name);
         std::vector<VALUE> values(layout->fields.size());
         for (std::size_t i = 0; i < values.size(); i++) {
-            const std::string key = layout->fields[i].key != nullptr ? layout->fields[i].key : "";
-            values[i].number = key == "size" ? size : key == "align" ? align : layout->fields[i].absent;
-            if (name == "bool" && key == "is_bool") values[i].number = 1;
+            values[i].number = layout->fields[i].absent;
+            if (name == "bool" && std::strcmp(layout->fields[i].key, "is_bool") == 0) values[i].number = 1;
         }
         write_type(number, *layout, values);
     }
 
-    void write_type(std::int64_t number, const LAYOUT& layout, const std::vector<VALUE>& values) {
+    void write_type(std::int64_t number, const LAYOUT& layout, std::vector<VALUE> values) {
+        for (std::size_t i = 0; i < values.size(); i++) {
+            if (layout.fields[i].absent != -1 || values[i].number != -1) continue;
+            const bool size = std::strcmp(layout.fields[i].key, "size") == 0;
+            values[i].number =
+                size ? types_.usual_size(layout.id, values) : types_.usual_align(layout.id, values);
+        }
         types_.note(number, layout.id, layout.fields, values);
         if (layout.id == 28) members_[number].push_back(values[1].words[0]);
         std::string payload;
@@ -294,33 +294,18 @@ class assembler {
     }
 
     void type_statement() {
-        const bool element = false;
-        const std::int64_t number = type_reference(!element);
+        const std::int64_t number = type_reference(true);
         if (in_.peek().what != TOKEN::WORD) in_.fail("a kind of type is expected");
         const LAYOUT* layout = type_layout(in_.peek().text);
         if (layout == nullptr) in_.fail("unknown kind of type \"" + in_.peek().text + "\"");
         in_.take();
-        std::vector<VALUE> values = field_values(*layout);
-        // A basic type has its usual size unless told otherwise; derived ones have their parts'.
-        for (std::size_t i = 0; i < values.size(); i++) {
-            const std::string key = layout->fields[i].key != nullptr ? layout->fields[i].key : "";
-            if (given_[i]) continue;
-            if (key == "size") values[i].number = usual_size(*layout, values);
-            if (key == "align") values[i].number = usual_align(*layout, values);
-        }
-        write_type(number, *layout, values);
+        write_type(number, *layout, field_values(*layout));
     }
-
-    std::int64_t usual_size(const LAYOUT&, const std::vector<VALUE>&) const { return 0; }
-    std::int64_t usual_align(const LAYOUT&, const std::vector<VALUE>&) const { return 16; }
 
     // --- Fields.
 
-    std::vector<bool> given_;
-
     std::vector<VALUE> field_values(const LAYOUT& layout) {
         std::vector<VALUE> values(layout.fields.size());
-        given_.assign(layout.fields.size(), false);
         for (std::size_t i = 0; i < values.size(); i++)
             values[i].number = layout.fields[i].key != nullptr ? layout.fields[i].absent : 0;
         std::size_t place = 0;
@@ -337,7 +322,6 @@ class assembler {
                 in_.take();
                 expect("=");
                 values[i] = value(layout.fields[i]);
-                given_[i] = true;
                 continue;
             }
             while (place < values.size() &&
@@ -349,7 +333,6 @@ class assembler {
                 continue;
             }
             values[place] = value(layout.fields[place]);
-            given_[place] = true;
             place++;
         }
     }

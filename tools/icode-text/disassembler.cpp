@@ -176,12 +176,19 @@ class disassembler {
         std::int64_t number = 0;
         const LAYOUT* layout = nullptr;
         if (!type_record(r, number, layout, values)) return;
-        types_.note(number, layout->id, layout->fields, in_order(layout->fields, values));
+        types_.note(number, layout->id, layout->fields, values);
         if (layout->id == 28) members_[number].push_back(values[1].words[0]);
     }
 
-    static std::vector<VALUE> in_order(const std::vector<FIELD>&, const std::vector<VALUE>& values) {
-        return values;
+    // Sizes that such a type usually has need no saying.
+    void leave_out_usual(const LAYOUT& layout, std::vector<VALUE>& values) const {
+        const std::int64_t size = types_.usual_size(layout.id, values),
+                           align = types_.usual_align(layout.id, values);
+        for (std::size_t i = 0; i < values.size(); i++) {
+            if (layout.fields[i].key == nullptr || layout.fields[i].absent != -1) continue;
+            const bool is_size = std::strcmp(layout.fields[i].key, "size") == 0;
+            if (values[i].number == (is_size ? size : align)) values[i].number = -1;
+        }
     }
 
     // Reads fields; false unless they give back exactly the bytes.
@@ -593,11 +600,13 @@ class disassembler {
             std::vector<VALUE> values;
             std::int64_t number = 0;
             const LAYOUT* layout = nullptr;
-            if (type_record(r, number, layout, values))
+            if (type_record(r, number, layout, values)) {
+                leave_out_usual(*layout, values);
                 std::printf("%*stype t%lld %s%s\n", indent, "", static_cast<long long>(number), layout->name,
                             line_of(layout->fields, values).c_str());
-            else
+            } else {
                 raw(r, indent);
+            }
             return;
         }
         if (r.id == REC_NODE) {

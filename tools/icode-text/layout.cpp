@@ -13,8 +13,9 @@ constexpr FORM U = FORM::UINT, S = FORM::SINT, B = FORM::BOOL, C = FORM::BYTE, Z
                P = FORM::POSITION, T = FORM::TYPE;
 
 const FIELD AT{nullptr, P};
-const FIELD SIZE{"size", U, 0};
-const FIELD ALIGN{"align", U, 16};
+// Left out where they are the usual ones of such a type (-1).
+const FIELD SIZE{"size", U, -1};
+const FIELD ALIGN{"align", U, -1};
 
 // Payloads of plain records. Sizes and alignments of symbols are left out where they are their type's (-1).
 const std::vector<LAYOUT> records = {
@@ -272,6 +273,44 @@ std::int64_t type_facts::align(std::int64_t number) const {
     return found == facts_.end() || found->second.code == 20
                ? 16
                : std::max<std::int64_t>(16, found->second.align);
+}
+
+std::int64_t type_facts::usual_size(int code, const std::vector<VALUE>& values) const {
+    switch (code) {
+        case 8:
+        case 9:
+        case 10:
+        case 11:
+        case 12: return 32;
+        case 50:
+        case 51: return 64;
+        case 14: return size(values[1].number);
+        case 17: return size(values[0].number);
+        case 18: return size(values[0].number) * values[1].number;
+        case 22: return size(values[3].number);
+        case 24:
+        case 25: return 0;
+        case 36: return 2 * size(values[2].number);
+        default: return 16;
+    }
+}
+
+std::int64_t type_facts::usual_align(int code, const std::vector<VALUE>& values) const {
+    switch (code) {
+        case 8:
+        case 9:
+        case 10:
+        case 11:
+        case 12:
+        case 50:
+        case 51: return 32;
+        case 14: return align(values[1].number);
+        case 17:
+        case 18: return align(values[0].number);
+        case 22: return align(values[3].number);
+        case 36: return align(values[2].number);
+        default: return 16;
+    }
 }
 
 // --- Bytes.

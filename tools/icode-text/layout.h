@@ -87,6 +87,9 @@ class type_facts {
     bool is_signed(std::int64_t number) const; // of the value; false for an unknown type
     std::int64_t size(std::int64_t number) const;
     std::int64_t align(std::int64_t number) const;
+    // Size and alignment in bits that a type record of that code usually has, given its fields.
+    std::int64_t usual_size(int code, const std::vector<VALUE>& values) const;
+    std::int64_t usual_align(int code, const std::vector<VALUE>& values) const;
     // The underlying type of an enumeration that enumerators belong to.
     bool has_signed_enumerators(std::int64_t number) const;
 
