@@ -40,7 +40,9 @@ class diagnostics final : public DiagnosticConsumer {
   public:
     void HandleDiagnostic(DiagnosticsEngine::Level level, const Diagnostic& info) override {
         if (level < DiagnosticsEngine::Error) return;
-        if (info.getID() == diag::err_static_assert_failed || info.getID() == diag::err_static_assert_requirement_failed) return;
+        if (info.getID() == diag::err_static_assert_failed ||
+            info.getID() == diag::err_static_assert_requirement_failed)
+            return;
         errors++;
         llvm::SmallString<128> text;
         info.FormatDiagnostic(text);
@@ -222,10 +224,19 @@ int main(int argc, char** argv) {
     ensure_stack(argv);
     const command_line words = read_words(argc, argv);
 
-    std::vector<std::string> args = {
-        "-triple", "msp430",          "-std=gnu11", "-ffreestanding", "-fno-builtin",     "-nostdsysteminc",
-        "-w",      "-fbracket-depth", "100000",     "-internal-isystem",       header_directory(), "-x",
-        "c"};
+    std::vector<std::string> args = {"-triple",
+                                     "msp430",
+                                     "-std=gnu11",
+                                     "-ffreestanding",
+                                     "-fno-builtin",
+                                     "-nostdsysteminc",
+                                     "-w",
+                                     "-fbracket-depth",
+                                     "100000",
+                                     "-internal-isystem",
+                                     header_directory(),
+                                     "-x",
+                                     "c"};
     args.insert(args.end(), words.parser_args.begin(), words.parser_args.end());
     args.push_back(words.input);
     std::vector<const char*> arg_texts;

@@ -3,7 +3,7 @@
 
 extern int errno;
 
-#define EDOM   33
+#define EDOM 33
 #define ERANGE 34
 #define EILSEQ 84
 

@@ -6,5 +6,4 @@ typedef long jmp_buf[4];
 int setjmp(jmp_buf place);
 _Noreturn void longjmp(jmp_buf place, int value);
 
-
 #endif

@@ -9,7 +9,7 @@
 typedef struct _FILE FILE;
 
 /* The streams have no objects: their addresses tell them apart. */
-#define stdin  ((FILE*)1)
+#define stdin ((FILE*)1)
 #define stdout ((FILE*)2)
 #define stderr ((FILE*)3)
 
