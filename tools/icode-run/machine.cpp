@@ -16,7 +16,8 @@ int float_outcome(float a, float b) { return a == b ? 1 : a < b ? 2 : a > b ? 4 
 } // namespace
 
 machine::machine(lowered_program& program, memory& space, const options& choice)
-    : program_(program), space_(space), options_(choice), registers_(1024, 0) {}
+    : program_(program), space_(space), options_(choice), registers_(1024, 0),
+      defined_(choice.check ? registers_.size() : 0, 0) {}
 
 std::string machine::place() const {
     if (frames_.empty()) return "?:0";
@@ -169,7 +170,10 @@ std::int64_t machine::call_back(std::uint32_t address, const std::vector<std::in
     if (loops_ >= MAX_NESTING) throw program_fault("out of stack");
     const std::uint32_t base = frames_.empty() ? 0 : frames_.back().base;
     const std::uint32_t used = frames_.empty() ? 16 : frames_.back().function->registers;
-    if (registers_.size() < base + used + 16) registers_.resize(2 * (base + used + 16), 0);
+    if (registers_.size() < base + used + 16) {
+        registers_.resize(2 * (base + used + 16), 0);
+        if (options_.check) defined_.resize(registers_.size(), 0);
+    }
     // The arguments travel in registers behind the caller's own; the callee's registers overlay them once
     // read.
     for (std::size_t i = 0; i < arguments.size(); i++) {
