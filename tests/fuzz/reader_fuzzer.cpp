@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     if (stream == nullptr) return 0;
     model::program program;
     try {
-        program.read(stream, "fuzz.ic");
+        std::string error;
+        program.read(stream, "fuzz.ic", error);
     } catch (const file_fault&) {
     }
     return 0;
