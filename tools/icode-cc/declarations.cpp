@@ -13,8 +13,6 @@ lowering::lowering(ASTContext& context, std::vector<source_pragma>& pragmas)
     types_.init_type_pkg();
     int_ = types_.int_type(IK_INT);
     uint_ = types_.int_type(IK_UINT);
-    char_ = types_.int_type(IK_CHAR);
-    char_ptr_ = types_.mk_ptr(char_);
 }
 
 void lowering::refuse(SourceLocation where, const std::string& what) {
@@ -104,12 +102,6 @@ void lowering::attribute_pragmas(const Decl* decl, symbol* s) {
                 s->align = std::max(
                     s->align, static_cast<unsigned>(std::strtoul(pragma.args[0].c_str(), nullptr, 0) * 16));
         }
-}
-
-model::symbol* lowering::external_function(llvm::StringRef function_name, TYPE* type) {
-    symbol*& s = named_functions_[function_name.str()];
-    if (s == nullptr) s = new_global(function_name.str(), type, ::SC_EXTERN, {});
-    return s;
 }
 
 model::symbol* lowering::function_symbol(const FunctionDecl* decl) {

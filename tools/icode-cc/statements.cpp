@@ -86,10 +86,9 @@ void lowering::declare_local(const VarDecl* decl, std::vector<symbol*>& out) {
         return;
     }
     TYPE* type = type_of(static_cast<const ValueDecl*>(decl));
-    symbol* s =
-        new_local(decl->getName().str(), type,
-                  decl->getStorageClass() == SC_Register ? ::SC_REGISTER : ::SC_AUTO, decl->getLocation());
-    if (decl->getStorageClass() == clang::SC_Register) s->sclass = ::SC_REGISTER;
+    symbol* s = new_local(decl->getName().str(), type,
+                          decl->getStorageClass() == clang::SC_Register ? ::SC_REGISTER : ::SC_AUTO,
+                          decl->getLocation());
     attribute_pragmas(decl, s);
     symbols_[decl] = s;
     out.push_back(s);
