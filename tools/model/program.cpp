@@ -109,16 +109,30 @@ bool program::read(const std::string& file_name, std::string& error) {
         error = file_name + ": " + std::strerror(errno);
         return false;
     }
+    if (read(stream, file_name)) return true;
+    error = file_name + ": not an intermediate file";
+    return false;
+}
+
+bool program::read(std::FILE* stream, const std::string& name) {
     reader client(*this);
-    I_FILE* file = I_FILE::if_open(stream, &client, file_name.c_str());
-    if (file == nullptr) {
-        std::fclose(stream);
-        error = file_name + ": not an intermediate file";
-        return false;
+    I_FILE* file = nullptr;
+    try {
+        file = I_FILE::if_open(stream, &client, name.c_str());
+        if (file == nullptr) {
+            std::fclose(stream);
+            return false;
+        }
+        producer = file->producer();
+        file->if_type_init(&types);
+        file->if_read_file();
+    } catch (...) {
+        if (file != nullptr)
+            I_FILE::if_close(file, true);
+        else
+            std::fclose(stream);
+        throw;
     }
-    producer = file->producer();
-    file->if_type_init(&types);
-    file->if_read_file();
     I_FILE::if_close(file, true);
     return true;
 }

@@ -4,6 +4,7 @@
 #ifndef TOOLS_MODEL_PROGRAM_H
 #define TOOLS_MODEL_PROGRAM_H
 
+#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -58,6 +59,9 @@ class program {
     // Reads the file of that name. False, with one line in `error`, when it cannot be opened or its header
     // is not that of an intermediate file; faults further in end the run (if_fatal).
     bool read(const std::string& file_name, std::string& error);
+    // The same from a stream, which is closed in the end, also by a fault that a harness turns into an
+    // exception. False when the header is not that of an intermediate file.
+    bool read(std::FILE* stream, const std::string& name);
 
     pool nodes;
     TYPE_PKG types;
