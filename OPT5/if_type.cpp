@@ -243,7 +243,7 @@ struct I_FILE_TYPES {
 
     void end_list(unsigned number, int list) {
         TYPE_INFO& info = owner(number);
-        if (info.open_list != list) tp_die("Unexpected type attribute");
+        if (list < 0 || info.open_list != list) tp_die("Unexpected type attribute");
         info.open_list = -1;
         info.pending_lists &= ~(1u << list);
         if (info.pending_lists != 0) return;
