@@ -7,6 +7,7 @@ Usage: test_driver.py BIN-DIRECTORY
 import errno
 import os
 import pathlib
+import resource
 import signal
 import stat
 import subprocess
@@ -372,6 +373,22 @@ class DriverTest(unittest.TestCase):
         self.assertEqual(run.returncode, 2)
         self.assertIn(FAULTS[signal.SIGABRT] + "\n", run.stdout)
         self.assertEqual(self.files(), ["a.ic"])
+
+    def test_out_of_memory(self):
+        def limited(*words):
+            limit = 30 << 20
+            return subprocess.run([BIN / "opt5", *words], cwd=self.dir, text=True, capture_output=True, timeout=60,
+                                  preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+
+        if limited("a.ic").returncode != 0:
+            self.skipTest("the tool alone needs more than the limit, as it does under the sanitizers")
+        line = "expr [1:6:1] (UCALL tint (UAND tint (NAME tfn @helper)))\n"
+        self.assemble("big.ic", PROGRAM.replace("expr [1:6:1] (RETURN", line * 100000 + "expr [1:6:1] (RETURN"))
+        run = limited("big.ic")
+        self.assertEqual(run.returncode, 1)
+        self.assertTrue(run.stderr.startswith("\n>>>> Optimizer terminated abnormally.\n>>>>    in function main()\n"
+                                              '>>>>    in file "a.c"\n\n>>>> ERROR - OUT OF MEMORY.\n'), run.stderr)
+        self.assertNotIn("big.opt", self.files())
 
     def test_unwritable_output(self):
         run = self.opt5("a.ic", "no/such/folder/o.ic")
