@@ -19,7 +19,7 @@ lowering::lowering(ASTContext& context, std::vector<source_pragma>& pragmas)
 
 void lowering::refuse(SourceLocation where, const std::string& what) {
     failed_ = true;
-    if (where.isInvalid() && function_ != nullptr) where = function_->getLocation();
+    if (where.isInvalid()) where = where_;
     DiagnosticsEngine& engine = ast_.getDiagnostics();
     engine.Report(where, engine.getCustomDiagID(DiagnosticsEngine::Error, "%0")) << what;
 }
@@ -197,6 +197,7 @@ void lowering::define_variable(const VarDecl* decl, symbol* s) {
 
 void lowering::define_function(const FunctionDecl* decl) {
     function_ = decl;
+    where_ = decl->getLocation();
     function_symbol_ = symbol_of(decl);
     body_.clear();
     params_.clear();
@@ -271,6 +272,7 @@ void lowering::static_assertion(const StaticAssertDecl* decl) {
 }
 
 void lowering::top_level(const Decl* decl) {
+    where_ = decl->getLocation();
     if (const auto* assertion = dyn_cast<StaticAssertDecl>(decl)) {
         static_assertion(assertion);
     } else if (const auto* function = dyn_cast<FunctionDecl>(decl)) {

@@ -205,6 +205,7 @@ class lowering {
     clang::SourceManager& sources_;
     std::vector<source_pragma>& pragmas_;
     bool failed_ = false;
+    clang::SourceLocation where_; // of the construct at hand, for errors that have no place of their own
 
     TYPE_PKG types_;
     model::pool pool_;

@@ -74,6 +74,7 @@ void lowering::emit_pragmas(SourceLocation where) {
 // --- Scopes.
 
 void lowering::declare_local(const VarDecl* decl, std::vector<symbol*>& out) {
+    where_ = decl->getLocation();
     if (!decl->isLocalVarDecl() || decl->hasExternalStorage()) {
         symbol_of(decl);
         return;
@@ -292,6 +293,7 @@ void lowering::lower_asm(const GCCAsmStmt* stmt) {
 
 void lowering::statement(const Stmt* stmt) {
     if (stmt == nullptr) return;
+    where_ = stmt->getBeginLoc();
     switch (stmt->getStmtClass()) {
         case Stmt::NullStmtClass: break;
         case Stmt::CompoundStmtClass: block(cast<CompoundStmt>(stmt), false); break;
