@@ -18,6 +18,15 @@
 
 pass_manager global_pass_manager;
 
+pass_manager::~pass_manager() { clear(); }
+
+void pass_manager::clear() {
+    for (pass* step : all) delete step;
+    all.clear();
+    passes.clear();
+    normal_order.clear();
+}
+
 pass::pass(std::string step_name, void (*body)())
     : serial_object(&global_pass_manager), name(std::move(step_name)), fn(body) {}
 
@@ -120,9 +129,7 @@ std::vector<pass*>& add_dd_normal_order_passes(std::vector<pass*>& list) {
 
 void setup_passes(bool allow_forced_order) {
     pass_manager& m = global_pass_manager;
-    m.all.clear();
-    m.passes.clear();
-    m.normal_order.clear();
+    m.clear();
     for (int id = 0; id < FIRST_DD_STEP; id++) m.normal_order.push_back(make_step(id));
     add_dd_normal_order_passes(m.normal_order);
     for (int id = LAST_DD_STEP + 1; id < OUTPUT_STEP; id++) m.normal_order.push_back(make_step(id));

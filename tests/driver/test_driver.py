@@ -7,6 +7,7 @@ Usage: test_driver.py BIN-DIRECTORY
 import errno
 import os
 import pathlib
+import resource
 import signal
 import stat
 import subprocess
@@ -373,6 +374,22 @@ class DriverTest(unittest.TestCase):
         self.assertIn(FAULTS[signal.SIGABRT] + "\n", run.stdout)
         self.assertEqual(self.files(), ["a.ic"])
 
+    def test_out_of_memory(self):
+        def limited(*words):
+            limit = 30 << 20
+            return subprocess.run([BIN / "opt5", *words], cwd=self.dir, text=True, capture_output=True, timeout=60,
+                                  preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+
+        if limited("a.ic").returncode != 0:
+            self.skipTest("the tool alone needs more than the limit, as it does under the sanitizers")
+        line = "expr [1:6:1] (UCALL tint (UAND tint (NAME tfn @helper)))\n"
+        self.assemble("big.ic", PROGRAM.replace("expr [1:6:1] (RETURN", line * 100000 + "expr [1:6:1] (RETURN"))
+        run = limited("big.ic")
+        self.assertEqual(run.returncode, 1)
+        self.assertTrue(run.stderr.startswith("\n>>>> Optimizer terminated abnormally.\n>>>>    in function main()\n"
+                                              '>>>>    in file "a.c"\n\n>>>> ERROR - OUT OF MEMORY.\n'), run.stderr)
+        self.assertNotIn("big.opt", self.files())
+
     def test_unwritable_output(self):
         run = self.opt5("a.ic", "no/such/folder/o.ic")
         self.assertEqual(run.returncode, 1)
@@ -392,32 +409,29 @@ class DriverTest(unittest.TestCase):
         return subprocess.Popen([BIN / "opt5", *words], cwd=self.dir, text=True, stdout=subprocess.PIPE,
                                 stderr=subprocess.PIPE)
 
-    def signal_while_opening(self, number):
-        """Sends a signal to a run whose input is a pipe that nobody fills: it waits in its first read."""
-        os.mkfifo(self.dir / "pipe")
-        child = self.start("pipe")
-        # Returns when the other side opens it, which is behind the installation of the handlers.
-        writer = os.open(self.dir / "pipe", os.O_WRONLY)
-        child.send_signal(number)
-        out, _ = child.communicate(timeout=20)
-        os.close(writer)
-        os.unlink(self.dir / "pipe")
-        return child.returncode, out
-
-    def signal_in_main(self, number):
-        """Sends a signal to a run that works on `main`: the log of this function is a pipe that nobody reads."""
-        os.mkfifo(self.dir / "a.main.odb")
-        child = self.start("--debug_dump", "--debug=split_odb", "a.ic", "o.ic")
-        deadline = time.monotonic() + 20
-        while time.monotonic() < deadline:
+    def signal_while_waiting(self, child, number):
+        """Sends a signal once the run sleeps, which it does only where it opens a pipe without another end."""
+        asleep = 0
+        while asleep < 2 and child.poll() is None:
             state = pathlib.Path(f"/proc/{child.pid}/stat").read_text().rpartition(")")[2].split()[0]
-            if state == "S" and (self.dir / "a.helper.odb").exists():
-                break
+            asleep = asleep + 1 if state == "S" else 0
             time.sleep(0.01)
         child.send_signal(number)
-        out, _ = child.communicate(timeout=20)
+        out, err = child.communicate(timeout=20)
+        return child.returncode, out + err
+
+    def signal_while_opening(self, number):
+        os.mkfifo(self.dir / "pipe")
+        result = self.signal_while_waiting(self.start("pipe"), number)
+        os.unlink(self.dir / "pipe")
+        return result
+
+    def signal_in_main(self, number):
+        """The log of the function `main` is a pipe."""
+        os.mkfifo(self.dir / "a.main.odb")
+        result = self.signal_while_waiting(self.start("--debug_dump", "--debug=split_odb", "a.ic", "o.ic"), number)
         os.unlink(self.dir / "a.main.odb")
-        return child.returncode, out
+        return result
 
     def test_signals_that_end_without_a_report(self):
         for number, words in ((signal.SIGTERM, "received a terminate signal]\n"), (signal.SIGINT, "forced exit]\n"),
@@ -427,7 +441,7 @@ class DriverTest(unittest.TestCase):
     def test_faults_are_told_apart(self):
         for number, words in FAULTS.items():
             status, out = self.signal_while_opening(number)
-            self.assertEqual(status, 2)
+            self.assertEqual(status, 2, out)
             head = f"\nINTERNAL ERROR: {BIN / 'opt5'} {words}\n"
             self.assertTrue(out.startswith(head + " " * 18 + "while processing function <unknown> file pipe\n\nThis is "), out)
             self.assertIn("We need to see this ENTIRE error message", out)
