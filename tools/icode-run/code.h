@@ -187,9 +187,9 @@ constexpr std::uint16_t width_word(unsigned bits, bool is_signed) {
 inline std::uint64_t extend_word(std::uint64_t value, std::uint16_t x) {
     return extend(value, x & 0xff, (x & 0x100) != 0);
 }
-// The x of TRACE: width, direction, and for a bit-field its first bit in the unit.
-constexpr std::uint16_t trace_word(unsigned bits, bool write, bool field, unsigned first_bit) {
-    return static_cast<std::uint16_t>(bits | (write ? 0x80u : 0u) | (field ? 0x100u : 0u) | first_bit << 9);
+// The x of TRACE: width, direction, and whether the value is an address.
+constexpr std::uint16_t trace_word(unsigned bits, bool write, bool is_address) {
+    return static_cast<std::uint16_t>(bits | (write ? 0x80u : 0u) | (is_address ? 0x100u : 0u));
 }
 
 struct bit_field {

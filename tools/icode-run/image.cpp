@@ -1,10 +1,7 @@
 // Loading: globals get their addresses in file order, then their initial values.
 //
-// An initialiser is one tree a scalar in ascending order of address. The width of a scalar comes from its
-// tree's type, except for a bit-field, which takes the bits that its member has: the symbol's type is asked
-// whether a bit-field begins at the place at hand. Space that no tree fills stays zero. A file need not spell
-// out padding: a scalar goes to the next place that its alignment allows, unless the symbol's type says that
-// a member begins where the last one ended.
+// An initialiser is one tree a scalar, or a unit of bit-fields, in ascending order of address and without
+// gaps: what lies between is spelled out as SKIP. Behind the last tree all is zero.
 
 #include "tools/icode-run/image.h"
 
@@ -36,41 +33,21 @@ unsigned pointer_bits_of(const TYPE_PKG& types) {
     return bits == 0 ? 16 : bits;
 }
 
-// A member that begins exactly at `bit` of an object of the type, descending to the innermost; null when
-// none does. Of overlapping members the first counts.
-const fkMDATA* member_at(TYPE* type, std::uint64_t bit) {
-    const fkMDATA* found = nullptr;
-    while (type != nullptr) {
-        type = type->true_type();
-        if (type->is_array()) {
-            TYPE* element = type->elem_type();
-            if (element == nullptr || element->size() == 0) break;
-            bit %= element->size();
-            type = element;
-            continue;
-        }
-        if (!type->is_csu()) break;
-        const std::vector<fkMDATA*>& members = type->csu().members;
-        if (members.empty()) return nullptr;
-        // In a structure the last member that begins at or before the bit, in a union the first of all.
-        auto behind = members.begin() + 1;
-        if (!type->is_union())
-            behind = std::upper_bound(behind, members.end(), bit, [](std::uint64_t b, const fkMDATA* m) {
-                return b < static_cast<std::uint64_t>(m->offset);
-            });
-        const fkMDATA* inside = *std::prev(behind);
-        const auto from = static_cast<std::uint64_t>(inside->offset);
-        const std::uint64_t size = inside->width != 0 ? inside->width : inside->type->size();
-        if (bit < from || bit >= from + size) return nullptr;
-        bit -= static_cast<std::uint64_t>(inside->offset);
-        found = inside;
-        if (inside->width != 0) break;
-        type = inside->type;
-    }
-    return bit == 0 ? found : nullptr;
+// A volatile object changes by itself, so that it may be const and yet not constant.
+bool is_read_only(const model::symbol& symbol) {
+    return symbol.type->is_const() && !symbol.type->is_volatile();
 }
 
-bool is_read_only(const model::symbol& symbol) { return symbol.type->is_const(); }
+// The name under which a trace knows the object: a static of a function goes by both names.
+std::string object_name(const model::symbol& symbol) {
+    const PRAGMA* scope = symbol.pragma(PRAG_SCOPING_FUNC);
+    return scope != nullptr && !scope->args.empty() ? scope->args[0] + ":" + symbol.name : symbol.name;
+}
+
+// A flexible last member makes an object larger than its type.
+std::uint32_t object_units(const model::symbol& symbol) {
+    return std::max(units_of(symbol.type), symbol.size / 16 + (symbol.size % 16 != 0 ? 1 : 0));
+}
 
 } // namespace
 
@@ -97,10 +74,12 @@ void image::place_globals() {
     for (std::uint32_t i = 0; i < program.functions.size(); i++) {
         const model::symbol* symbol = program.functions[i].sym;
         bodies.emplace(symbol, i);
-        if (symbol->sclass != SC_STATIC) defined.emplace(symbol->name, symbol);
+        defined.emplace(symbol->name, symbol);
     }
     for (const model::symbol* symbol : program.globals)
-        if (symbol->sclass == SC_EXTDEF && !symbol->type->is_func()) defined.emplace(symbol->name, symbol);
+        if ((symbol->sclass == SC_EXTDEF || symbol->sclass == SC_STATIC) && !symbol->type->is_func() &&
+            symbol->pragma(PRAG_SCOPING_FUNC) == nullptr)
+            defined.emplace(symbol->name, symbol);
 
     std::vector<const model::symbol*> declared_only;
     for (const model::symbol* symbol : program.globals) {
@@ -139,9 +118,9 @@ void image::place_globals() {
 global_place image::place_object(const model::symbol& symbol) {
     global_place place;
     place.kind = global_place::OBJECT;
-    place.units = units_of(symbol.type);
+    place.units = object_units(symbol);
     std::uint32_t align = std::max(align_of(symbol.type), std::clamp(symbol.align / 16, 1u, 1024u));
-    place.at = mem.place_static(place.units, align, symbol.name,
+    place.at = mem.place_static(place.units, align, object_name(symbol),
                                 is_read_only(symbol) ? UNIT_READ : UNIT_READ | UNIT_WRITE);
     place.name = &symbol.name;
     return place;
@@ -159,7 +138,8 @@ global_place image::place_builtin_object(const model::symbol& symbol) {
         global_place place = place_object(symbol);
         streams_[i] = place.at;
         if (scalar_of(symbol.type).has_value())
-            mem.initialise(place.at, 0, scalar_of(symbol.type).bits, place.at);
+            mem.initialise(place.at, 0, scalar_of(symbol.type).bits,
+                           STREAM_HANDLES + static_cast<unsigned>(i));
         return place;
     }
     if (name == "errno") {
@@ -171,7 +151,7 @@ global_place image::place_builtin_object(const model::symbol& symbol) {
 }
 
 void image::initialise(const model::symbol& symbol, address at) {
-    const std::uint64_t size = std::uint64_t{units_of(symbol.type)} * 16;
+    const std::uint64_t size = std::uint64_t{object_units(symbol)} * 16;
     std::uint64_t bit = 0;
     auto put = [&](unsigned bits, std::uint64_t value) {
         if (bit + bits > size) throw bad_program("the initialiser of '" + symbol.name + "' is too long");
@@ -185,22 +165,8 @@ void image::initialise(const model::symbol& symbol, address at) {
             continue;
         }
         if (tree->type == nullptr) throw bad_program("the initialiser of '" + symbol.name + "' lacks a type");
-        const fkMDATA* member = member_at(symbol.type, bit);
-        if (member != nullptr && member->width != 0) {
-            put(member->width, constant(tree, symbol));
-            continue;
-        }
-        const std::uint64_t align = std::uint64_t{align_of(tree->type)} * 16;
-        if (member == nullptr || bit % 16 != 0) {
-            bit = (bit + align - 1) / align * align;
-            member = member_at(symbol.type, bit);
-            if (member != nullptr && member->width != 0) {
-                put(member->width, constant(tree, symbol));
-                continue;
-            }
-        }
         if (tree->op == SCON && !tree->type->is_ptr()) {
-            for (char c : tree->text) put(16, static_cast<std::uint64_t>(static_cast<signed char>(c)));
+            for (char c : tree->text) put(16, static_cast<unsigned char>(c));
             // An array longer than its characters is zero behind them.
             const std::uint64_t rest = tree->type->size();
             if (rest > tree->text.size() * 16) bit += rest - tree->text.size() * 16;
@@ -282,8 +248,7 @@ address image::text_address(std::string_view units) {
         const auto n = static_cast<std::uint32_t>(units.size());
         entry->second = mem.place_static(n, 1, "string", UNIT_READ);
         for (std::uint32_t i = 0; i < n; i++)
-            mem.initialise(entry->second + i, 0, 16,
-                           static_cast<std::uint64_t>(static_cast<signed char>(units[i])));
+            mem.initialise(entry->second + i, 0, 16, static_cast<unsigned char>(units[i]));
     }
     return entry->second;
 }
@@ -306,7 +271,8 @@ const global_place* image::function_at(address at) const {
 
 int image::stream_of(address handle) const {
     for (int i = 0; i < 3; i++)
-        if (streams_[i] != 0 && streams_[i] == handle) return i;
+        if (handle == STREAM_HANDLES + static_cast<address>(i) || (streams_[i] != 0 && streams_[i] == handle))
+            return i;
     return -1;
 }
 

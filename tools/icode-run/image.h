@@ -63,7 +63,8 @@ class image {
     // The function at that address, or null.
     const global_place* function_at(address at) const;
 
-    // Standard streams: 1 output, 2 error, 0 input; -1 for an address that is none of them.
+    // Standard streams: 0 input, 1 output, 2 error; -1 for an address that is none of them. A stream's handle
+    // is the address 1, 2 or 3, or that of an object which the program declares under the stream's name.
     int stream_of(address handle) const;
     address errno_address() const { return errno_; } // 0 when the program has no such object
 
@@ -80,6 +81,7 @@ class image {
     std::unordered_map<address, global_place> functions_;
     std::unordered_map<std::uint32_t, address> addresses_of_bodies_; // by index of function
     std::unordered_map<std::string_view, address> addresses_of_others_;
+    static constexpr address STREAM_HANDLES = 1;
     address streams_[3] = {};
     address errno_ = 0;
 };

@@ -114,8 +114,7 @@ std::uint64_t machine::loop() {
             case SHIFT_CHECK:
                 if (r[i.b] >= i.x) {
                     save();
-                    throw fault{"shift by " + std::to_string(as_signed(r[i.b])) + " in a type of " +
-                                std::to_string(i.x) + " bits"};
+                    throw fault{"shift count " + std::to_string(as_signed(r[i.b])) + " outside the type"};
                 }
                 break;
             case SHRS_RR: r[i.a] = bits_of(as_signed(r[i.b]) >> (r[i.c] & 63)); break;
@@ -275,7 +274,7 @@ std::uint64_t machine::loop() {
                 save();
                 const call_site& site = fn->sites[i.c];
                 const global_place* target = program.function_at(static_cast<address>(r[i.b]));
-                if (target == nullptr) throw fault{"call of something that is no function"};
+                if (target == nullptr) throw fault{"call of no function"};
                 if (target->kind == global_place::FUNCTION) {
                     push_frame(target->function, &site, i.a, false);
                     enter();
@@ -284,7 +283,7 @@ std::uint64_t machine::loop() {
                     enter();
                     r[i.a] = value;
                 } else {
-                    throw fault{"call of '" + *target->name + "', which is not defined"};
+                    throw fault{"call of " + *target->name + ", which is not there"};
                 }
                 break;
             }
@@ -328,7 +327,7 @@ std::uint64_t machine::loop() {
             case ASSERT_TRUE:
                 if (r[i.a] == 0) {
                     save();
-                    throw fault{"a promised condition does not hold"};
+                    throw fault{"violated assertion"};
                 }
                 break;
             case FAULT: save(); throw fault{fn->texts[i.c]};
@@ -342,7 +341,7 @@ std::uint64_t machine::loop() {
             case CHECK_INIT:
                 if (has_value_[frames_.back().base + i.b] == 0) {
                     save();
-                    throw fault{"a read of local '" + fn->texts[i.c] + "', which has no value yet"};
+                    throw fault{"local read before anything was stored in it: " + fn->texts[i.c]};
                 }
                 break;
             case MARK_INIT: has_value_[frames_.back().base + i.b] = 1; break;

@@ -284,7 +284,9 @@ void lowering::lower_prolog(const tree* statement) {
     chain.push_back(rest);
     std::reverse(chain.begin(), chain.end());
     std::vector<bool> received(source_.params.size());
+    silent_++; // receiving costs nothing
     for (const tree* assignment : chain) receive(assignment, received);
+    silent_--;
     for (std::size_t i = 0; i < received.size(); i++)
         if (!received[i]) bad(nullptr, "does not receive its parameter '" + source_.params[i]->name + "'");
 }
@@ -310,7 +312,6 @@ void lowering::receive(const tree* assignment, std::vector<bool>& received) {
         target.kind = item_kind::FRAME;
         target.value = local.offset;
         const std::uint32_t to_reg = in_register(target);
-        count_copy(local.symbol->type, units_of(local.symbol->type));
         emit(COPY, to_reg, local.arrival, units_of(local.symbol->type));
         release(target);
         return;
@@ -321,7 +322,7 @@ void lowering::receive(const tree* assignment, std::vector<bool>& received) {
     value.kind = item_kind::REGISTER;
     value.reg = local.arrival;
     value.rep = arriving;
-    value = converted(value, home, true);
+    value = converted(value, home, false);
     if (local.in_register) {
         set_local(index, value);
         release(value);
@@ -413,13 +414,12 @@ void lowering::lower_return(const tree* statement) {
     lower_tree(act::VALUE, statement->right);
     item value = pop();
     if (result_.has_value() && value.rep.has_value()) {
-        value = converted(value, result_, true);
+        value = converted(value, result_, false);
         const std::uint32_t reg = in_register(value);
         close_segment();
         emit(RET_VALUE, reg);
     } else if (result_.is_aggregate() && value.rep.is_aggregate()) {
         const std::uint32_t reg = in_register(value);
-        count_copy(result_type_, units_of(result_type_));
         close_segment();
         emit(RET_COPY, reg, 0, units_of(result_type_));
     } else {
@@ -434,7 +434,7 @@ std::uint32_t lowering::user_label(const tree* reference) {
     if (reference == nullptr || reference->op != LABEL) bad(reference, "stands where a label is wanted");
     const auto number = static_cast<std::uint32_t>(reference->value);
     if (!labels_.contains(number))
-        bad(nullptr, "jumps to label " + std::to_string(number) + ", which it does not define");
+        bad(nullptr, "jumps to label " + std::to_string(number) + ", which is not there");
     return number;
 }
 

@@ -184,12 +184,7 @@ std::uint32_t lowering::text(const std::string& words) {
     return entry->second;
 }
 
-// The tree can not be executed: a fault stands in for it, with a value of the right kind behind it.
-void lowering::unsupported(const tree* t, const std::string& what) {
-    emit(run::FAULT, 0, 0, text(what));
-    const scalar rep = scalar_of(t->type);
-    push(rep.has_value() || rep.is_aggregate() ? constant_item(0, rep) : item{});
-}
+void lowering::no_meaning(const tree* t) const { bad(t, "has no meaning when a program runs"); }
 
 void lowering::bad(const tree* t, const std::string& what) const {
     const char* name = nullptr;

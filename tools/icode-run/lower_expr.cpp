@@ -42,6 +42,11 @@ bool lowering::is_compound(int op) {
 
 bool lowering::is_comparison(int op) { return (op >= EQ && op <= UGT) || (op >= FEQ && op <= FUNO); }
 
+// True for operators whose value is 0 or 1.
+bool lowering::gives_truth(const tree* t) {
+    return is_comparison(t->op) || t->op == EXCLAIM || t->op == ANDAND || t->op == OROR;
+}
+
 void lowering::lower_tree(act what, const tree* t, std::uint32_t label, bool flag) {
     assert(tasks_.empty());
     tasks_.push_back({what, flag, t, label, 0});
@@ -75,11 +80,28 @@ void lowering::perform(const task& k) {
         case act::PROMISE: do_promise(); break;
         case act::TEST: do_test(k.n, k.flag); break;
         case act::TEST_COMPARE: do_test_compare(k.t, k.n, k.flag); break;
-        case act::SET_TRUE: emit(CONSTANT, k.m, 1); break;
+        case act::TRUTH: {
+            item v = pop();
+            if (!gives_truth(k.t)) count(COMPARE_OP);
+            const std::uint32_t from = in_register(v);
+            emit(v.rep.is_float() ? FLT_TO_BOOL : INT_TO_BOOL, k.m, from);
+            release(v);
+            break;
+        }
+        case act::DECIDED: {
+            const std::uint32_t end = new_label();
+            close_segment();
+            emit(JUMP, 0, 0, end);
+            label_here(k.n);
+            emit(CONSTANT, k.m, k.flag ? 1 : 0);
+            label_here(end);
+            break;
+        }
         case act::ARM: {
             item arm = pop();
             const scalar wanted = scalar_of(k.t->type);
             if (wanted.has_value() && arm.rep.has_value()) arm = converted(arm, wanted, false);
+            if (arm.plain && wanted.has_value()) count(MOVE_OP);
             const std::uint32_t from = in_register(arm);
             emit(MOVE_REG, k.m, from);
             release(arm);
@@ -91,7 +113,12 @@ void lowering::perform(const task& k) {
             emit(JUMP, 0, 0, k.n);
             break;
         case act::LABEL_HERE: label_here(k.n); break;
-        case act::PUSH_RESULT: push(temp_item(k.m, scalar_of(k.t->type))); break;
+        case act::PUSH_RESULT: {
+            item made = temp_item(k.m, scalar_of(k.t->type));
+            made.truth = gives_truth(k.t);
+            push(made);
+            break;
+        }
         case act::DROP: release(pop()); break;
     }
 }
@@ -132,7 +159,7 @@ void lowering::name_place(const tree* t) {
         if (symbol->level != 0) bad(t, "of a local of another function, '" + symbol->name + "'");
         const global_place& global = image_.place_of(symbol);
         if (global.kind == global_place::UNDEFINED) {
-            emit(run::FAULT, 0, 0, text("use of '" + symbol->name + "', which is not defined"));
+            emit(run::FAULT, 0, 0, text("use of " + symbol->name + ", which is not there"));
         } else if (global.kind != global_place::OBJECT) {
             p.value = image_.function_address(global);
         } else {
@@ -163,7 +190,7 @@ void lowering::value(const tree* t) {
             if (rep.is_float())
                 push(constant_item(image_of(t->fcon()), rep));
             else
-                unsupported(t, "a floating constant of another type");
+                no_meaning(t);
             return;
         case SCON: push(constant_item(image_.text_address(t->text), rep)); return;
         case NAME: name_value(t); return;
@@ -210,12 +237,12 @@ void lowering::value(const tree* t) {
         case OROR: {
             settle_all();
             const std::uint32_t reg = new_temp();
-            const std::uint32_t end = new_label();
-            emit(CONSTANT, reg, 0);
+            const std::uint32_t decided = new_label();
             tasks_.push_back({act::PUSH_RESULT, false, t, 0, reg});
-            tasks_.push_back({act::LABEL_HERE, false, t, end});
-            tasks_.push_back({act::SET_TRUE, false, t, 0, reg});
-            tasks_.push_back({act::CONDITION, false, t, end});
+            tasks_.push_back({act::DECIDED, t->op == OROR, t, decided, reg});
+            tasks_.push_back({act::TRUTH, false, t->right, 0, reg});
+            tasks_.push_back({act::VALUE, false, t->right});
+            tasks_.push_back({act::CONDITION, t->op == OROR, t->left, decided});
             return;
         }
         case QUEST: {
@@ -309,13 +336,7 @@ void lowering::value(const tree* t) {
                 tasks_.push_back({act::VALUE, false, t->left});
                 return;
             }
-            {
-                const char* name =
-                    t->op >= 0 && t->op < IF_NODE_INFO_SIZE ? if_node_info[t->op].name : nullptr;
-                unsupported(t, "operator " + (name != nullptr ? std::string(name) : std::to_string(t->op)) +
-                                   " can not be executed");
-            }
-            return;
+            no_meaning(t);
     }
     // Assignment of a structure or an array.
     tasks_.push_back({act::COPY_AGGREGATE, true, t});
@@ -356,6 +377,11 @@ void lowering::effect(const tree* t) {
             tasks_.push_back({act::CONDITION, false, t->left, other});
             return;
         }
+        case NAME: // only a volatile object is read for the sake of reading
+            if (t->sym != nullptr && (t->sym->type == nullptr || !t->sym->type->is_volatile()) &&
+                (t->type == nullptr || !t->type->is_volatile()))
+                return;
+            break;
         default: break;
     }
     tasks_.push_back({act::DROP, false, t});
@@ -505,7 +531,7 @@ void lowering::do_call(const tree* t, std::uint32_t arguments) {
             site.library = place.library;
             emit(CALL_LIBRARY, reg, 0, number);
         } else {
-            emit(run::FAULT, 0, 0, text("call of '" + callee->name + "', which is not defined"));
+            emit(run::FAULT, 0, 0, text("call of " + callee->name + ", which is not there"));
         }
     }
     out_->sites.push_back(std::move(site));
@@ -534,13 +560,11 @@ void lowering::do_intrinsic(const tree* t, std::uint32_t arguments) {
     site.result = scalar_of(t->type);
     site.builtin = find_intrinsic(t->text);
     set_up_arguments(values, site, trees);
-    count(t->op == ICALL || t->op == UICALL ? ARITHMETIC_OP : CALL_OP);
-    if (site.builtin == nullptr || arguments < site.builtin->arguments) {
-        unsupported(t, site.builtin == nullptr
-                           ? "intrinsic '" + std::string(t->text) + "' is not known"
-                           : "intrinsic '" + std::string(t->text) + "' with too few arguments");
-        return;
-    }
+    count(ARITHMETIC_OP);
+    if (site.builtin == nullptr || arguments < site.builtin->arguments)
+        bad(t, site.builtin == nullptr
+                   ? "of '" + std::string(t->text) + "' has no meaning when a program runs"
+                   : "of '" + std::string(t->text) + "' with too few arguments");
     const std::uint32_t reg = new_temp();
     emit(CALL_INTRINSIC, reg, 0, static_cast<std::uint32_t>(out_->sites.size()));
     out_->sites.push_back(std::move(site));

@@ -102,23 +102,25 @@ comparison swapped(comparison c) {
 
 // --- Conversions.
 
-// A conversion counts when it changes the width, or the kind of number. Constants convert for nothing.
+// A conversion counts when it changes the width, or the kind of number.
 lowering::item lowering::converted(item from, const scalar& to, bool counted) {
     if (!to.has_value() || !from.rep.has_value()) {
         from.rep = to;
         return from;
     }
+    const scalar was = from.rep;
+    const bool to_bool = to.kind == scalar::BOOLEAN && was.kind != scalar::BOOLEAN && !from.truth;
+    const bool changes = to_bool || was.is_float() != to.is_float() || was.bits != to.bits;
+    if (changes && counted) {
+        count(to_bool ? COMPARE_OP : CONVERT_OP);
+        from.plain = false;
+    }
     if (from.kind == item_kind::CONSTANT) {
-        from.value = static_cast<std::int64_t>(convert(static_cast<std::uint64_t>(from.value), from.rep, to));
+        from.value = static_cast<std::int64_t>(convert(static_cast<std::uint64_t>(from.value), was, to));
         from.rep = to;
         return from;
     }
-    const scalar was = from.rep;
-    const bool to_bool = to.kind == scalar::BOOLEAN && was.kind != scalar::BOOLEAN;
-    const bool changes = to_bool || was.is_float() != to.is_float() || was.bits != to.bits;
-    if (changes && counted) count(CONVERT_OP);
-    if (changes) from.plain = false;
-    if (contains(to, was)) {
+    if (contains(to, was) || (from.truth && !to.is_float())) {
         from.rep = to;
         return from;
     }
@@ -169,10 +171,10 @@ void lowering::note_access(const item& place, std::uint32_t value, std::uint32_t
                            bool write) {
     if (!place.is_volatile || !options_.trace) return;
     if (place.is_field)
-        emit(TRACE, value, base, offset + place.field.unit,
-             trace_word(place.field.bits, write, true, place.field.first_bit));
+        emit(TRACE, value, base, offset + place.field.unit, trace_word(place.field.bits, write, false));
     else
-        emit(TRACE, value, base, offset, trace_word(place.rep.bits, write, false, 0));
+        emit(TRACE, value, base, offset,
+             trace_word(place.rep.bits, write, place.rep.kind == scalar::POINTER));
 }
 
 // Loads from memory. The place keeps what it owns.
@@ -181,7 +183,8 @@ lowering::item lowering::load(item& from) {
     const scalar rep = from.rep;
     std::uint32_t offset = 0;
     if (from.is_field) {
-        count(ARITHMETIC_OP);
+        // Shift and mask, as code without bit-fields would have to.
+        count(ARITHMETIC_OP, from.field.first_bit != 0 || from.field.is_signed ? 2 : 1);
         const std::uint32_t base = pointer_register(from, offset);
         bit_field field = from.field;
         field.unit += offset;
@@ -230,7 +233,7 @@ void lowering::store(item& to, item& from) {
     const std::uint32_t value = in_register(from);
     if (to.is_field) {
         count(LOAD_OP);
-        count(ARITHMETIC_OP);
+        count(ARITHMETIC_OP, to.field.first_bit != 0 ? 3 : 2);
         count(STORE_OP);
         const std::uint32_t base = pointer_register(to, offset);
         bit_field field = to.field;
@@ -327,8 +330,7 @@ void lowering::do_address(const tree* t) {
     v.reg = at.reg;
     v.value = at.value;
     v.rep = scalar_of(t->type).has_value() ? scalar_of(t->type) : pointer_rep();
-    v.plain = at.kind == item_kind::CONSTANT;
-    if (at.kind == item_kind::FRAME) count(ADDRESS_OP);
+    v.plain = at.kind == item_kind::CONSTANT || at.kind == item_kind::FRAME;
     push(v);
 }
 
@@ -346,7 +348,8 @@ void lowering::do_member(const tree* t) {
     const auto first = static_cast<std::uint64_t>(member->offset);
     const auto units = static_cast<std::int64_t>(first / 16);
     if (units != 0) {
-        if (p.kind != item_kind::CONSTANT) count(ADDRESS_OP);
+        // The members of a named object are as good as named.
+        if (p.kind == item_kind::REGISTER || p.kind == item_kind::SUM) count(ADDRESS_OP);
         if (p.kind == item_kind::REGISTER) p.kind = item_kind::SUM;
         p.value += units;
     }
@@ -400,11 +403,7 @@ void lowering::do_unary(const tree* t) {
         case FRIEEE: push(converted(a, rep, false)); return;
         default: break;
     }
-    if (!rep.has_value()) {
-        release(a);
-        unsupported(t, "an operator on a type that has no value here");
-        return;
-    }
+    if (!rep.has_value()) no_meaning(t);
     a = converted(a, rep, false);
     const std::uint32_t reg = in_register(a);
     const std::uint16_t width = width_word(rep.bits, rep.is_signed);
@@ -425,11 +424,7 @@ void lowering::do_unary(const tree* t) {
             break;
         case SQRT:
         case RECIP:
-            if (!rep.is_float()) {
-                free_temp(result);
-                unsupported(t, "an operator for floating values on another type");
-                return;
-            }
+            if (!rep.is_float()) no_meaning(t);
             emit(t->op == SQRT ? FSQRT : FRECIP, result, reg);
             break;
         default: bad(t, "is no operator of one operand");
@@ -454,14 +449,14 @@ lowering::item lowering::scaled(const tree* t, item a) {
         item factor = constant_item(static_cast<std::uint64_t>(units), rep);
         count(ADDRESS_OP);
         silent_++;
-        item product = arithmetic(MULT, rep, a, factor, false);
+        item product = arithmetic(MULT, rep, a, factor);
         silent_--;
         return product;
     }
     // The distance is signed even where the operands' type is not.
     a = converted(a, {scalar::INTEGER, a.rep.bits, true}, false);
     if (units == 1) return converted(a, rep, false);
-    count(ADDRESS_OP);
+    count(ARITHMETIC_OP);
     const std::uint32_t reg = in_register(a);
     release(a);
     const std::uint32_t result = new_temp();
@@ -480,12 +475,9 @@ lowering::item lowering::pointer_sum(int op, const scalar& rep, item& a, item& b
         sum.reg = a.reg;
         sum.borrowed = a.borrowed;
         sum.value = add ? a.value + b.value : a.value - b.value;
-        if (a.kind == item_kind::CONSTANT) {
+        if (a.kind == item_kind::CONSTANT)
             sum.value = static_cast<std::int64_t>(extend(static_cast<std::uint64_t>(sum.value), rep));
-            sum.plain = true;
-        } else {
-            count(ADDRESS_OP);
-        }
+        count(ADDRESS_OP);
         return sum;
     }
     count(ADDRESS_OP);
@@ -514,10 +506,9 @@ lowering::item lowering::pointer_sum(int op, const scalar& rep, item& a, item& b
 }
 
 // Everything of two operands but shifts and comparisons. Both operands are used up.
-lowering::item lowering::arithmetic(int op, const scalar& rep, item& a, item& b, bool pointers) {
-    if (pointers && rep.kind == scalar::POINTER && (op == PLUS || op == MINUS))
-        return pointer_sum(op, rep, a, b);
-    count(pointers ? ADDRESS_OP : ARITHMETIC_OP);
+lowering::item lowering::arithmetic(int op, const scalar& rep, item& a, item& b) {
+    if (rep.kind == scalar::POINTER && (op == PLUS || op == MINUS)) return pointer_sum(op, rep, a, b);
+    count(ARITHMETIC_OP);
     a = converted(a, rep, false);
     b = converted(b, rep, false);
     if (rep.is_float()) {
@@ -577,12 +568,7 @@ void lowering::do_binary(const tree* t) {
     item b = pop();
     item a = pop();
     const scalar rep = scalar_of(t->type);
-    if (!rep.has_value()) {
-        release(a);
-        release(b);
-        unsupported(t, "an operator on a type that has no value here");
-        return;
-    }
+    if (!rep.has_value()) no_meaning(t);
     if (is_comparison(t->op)) {
         count(COMPARE_OP);
         comparison how;
@@ -598,22 +584,17 @@ void lowering::do_binary(const tree* t) {
             emit(FCOMPARE, result, left, right, static_cast<std::uint16_t>(set));
         else
             emit(static_cast<opcode>(SET_EQ_RR + how * 2 + (constant ? 1 : 0)), result, left, right);
-        push(temp_item(result, rep));
+        item made = temp_item(result, rep);
+        made.truth = true;
+        push(made);
         return;
     }
-    if (rep.is_float() && t->op != PLUS && t->op != MINUS && t->op != MULT && t->op != DIV) {
-        release(a);
-        release(b);
-        unsupported(t, "an operator for integers on floating values");
-        return;
-    }
+    if (rep.is_float() && t->op != PLUS && t->op != MINUS && t->op != MULT && t->op != DIV) no_meaning(t);
     if (t->op == SLL || t->op == SRL) {
         push(shift(t->op, rep, a, b));
         return;
     }
-    const bool pointers =
-        rep.kind == scalar::POINTER || a.rep.kind == scalar::POINTER || b.rep.kind == scalar::POINTER;
-    push(arithmetic(t->op, rep, a, b, pointers && (t->op == PLUS || t->op == MINUS)));
+    push(arithmetic(t->op, rep, a, b));
 }
 
 void lowering::do_boolean(const tree* t) {
@@ -630,7 +611,9 @@ void lowering::do_boolean(const tree* t) {
     } else {
         emit(SET_EQ_RI, result, reg, 0);
     }
-    push(temp_item(result, rep));
+    item made = temp_item(result, rep);
+    made.truth = true;
+    push(made);
 }
 
 bool lowering::compare_operands(const tree* t, item& a, item& b, comparison& how, unsigned& set) {
@@ -725,7 +708,7 @@ void lowering::do_compound(const tree* t, bool wanted) {
     item old = read_place(to);
     item result;
     if (rep.kind == scalar::POINTER && (op == PLUS || op == MINUS)) {
-        result = arithmetic(op, rep, old, by, true);
+        result = arithmetic(op, rep, old, by);
     } else {
         const scalar left = promoted(rep, t->left->type, &to);
         if (op == SLL || op == SRL) {
@@ -737,7 +720,7 @@ void lowering::do_compound(const tree* t, bool wanted) {
                 bad(t, "on floating values");
             old = converted(old, in, true);
             by = converted(by, in, true);
-            result = arithmetic(op, in, old, by, false);
+            result = arithmetic(op, in, old, by);
         }
         result = converted(result, rep, true);
     }
@@ -751,13 +734,17 @@ void lowering::do_step(const tree* t, bool wanted) {
     if (!rep.has_value()) bad(t, "on something without a value");
     const scalar as = scalar_of(t->type).has_value() ? scalar_of(t->type) : rep;
     item old = read_place(to);
-    if (wanted && to.local) settle_item(old);
+    if (wanted && to.local) {
+        settle_item(old);
+        old.plain = false;
+        count(MOVE_OP);
+    }
     item operand = old;
     operand.borrowed = wanted;
     const scalar in = rep.kind == scalar::BOOLEAN ? image_.model.plain_int : rep;
     operand = converted(operand, in, false);
     if (in.kind != scalar::POINTER) by = converted(by, in, false);
-    item result = arithmetic(t->op == PLUSPLUS ? PLUS : MINUS, in, operand, by, in.kind == scalar::POINTER);
+    item result = arithmetic(t->op == PLUSPLUS ? PLUS : MINUS, in, operand, by);
     result = converted(result, rep, false);
     store(to, result);
     release(result);
@@ -766,39 +753,6 @@ void lowering::do_step(const tree* t, bool wanted) {
 }
 
 // --- Structures and memory.
-
-// A copy counts one load and one store for every scalar that the type holds, as if it were done one by one.
-void lowering::count_copy(TYPE* type, std::uint32_t units) {
-    constexpr unsigned PATIENCE = 10000; // parts looked at before the units are counted instead
-    std::vector<std::pair<TYPE*, std::uint64_t>> stack{{type, 1}};
-    std::uint64_t scalars = 0;
-    for (unsigned seen = 0; !stack.empty(); seen++) {
-        auto [part, times] = stack.back();
-        stack.pop_back();
-        if (seen > PATIENCE || times > units) {
-            scalars = units;
-            break;
-        }
-        part = part->true_type();
-        if (part->is_array()) {
-            stack.emplace_back(part->elem_type(), times * part->array().count);
-        } else if (part->is_union()) {
-            scalars += times * units_of(part);
-        } else if (part->is_csu()) {
-            for (const fkMDATA* member : part->csu().members) {
-                if (member->width == 0)
-                    stack.emplace_back(member->type, times);
-                else if (member->offset % 16 == 0)
-                    scalars += times;
-            }
-        } else {
-            scalars += times;
-        }
-    }
-    scalars = std::min<std::uint64_t>(scalars, units);
-    count(LOAD_OP, scalars);
-    count(STORE_OP, scalars);
-}
 
 // Notes the volatile scalars of a structure that is copied, in ascending order.
 void lowering::note_leaves(std::uint32_t base, TYPE* type, bool outer_volatile, bool write) {
@@ -832,12 +786,12 @@ void lowering::note_leaves(std::uint32_t base, TYPE* type, bool outer_volatile, 
             const auto unit = static_cast<std::uint32_t>(p.bit / 16);
             notes++;
             if (rep.has_value() && p.width == 0) {
-                emit(TRACE_MEM, 0, base, unit, trace_word(rep.bits, write, false, 0));
+                emit(TRACE_MEM, 0, base, unit, trace_word(rep.bits, write, rep.kind == scalar::POINTER));
             } else { // bit-fields and unions: the units they are in
                 const std::uint64_t bits = p.width != 0 ? p.width : plain->size();
                 for (std::uint64_t u = 0; u * 16 < p.bit % 16 + bits; u++)
                     emit(TRACE_MEM, 0, base, unit + static_cast<std::uint32_t>(u),
-                         trace_word(16, write, false, 0));
+                         trace_word(16, write, false));
             }
         }
     }
@@ -851,7 +805,8 @@ void lowering::do_copy(const tree* t, bool wanted) {
         bad(t, "of something that is no structure");
     std::uint32_t units = units_of(type);
     if (t->right->type != nullptr) units = std::min(units, units_of(t->right->type));
-    count_copy(type, units);
+    count(LOAD_OP, units);
+    count(STORE_OP, units);
     const std::uint32_t source = in_register(from), target = in_register(to);
     note_leaves(source, t->right->type, from.is_volatile, false);
     emit(COPY, target, source, units);

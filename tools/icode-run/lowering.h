@@ -57,6 +57,7 @@ class lowering {
         bool checked = false;     // place: the access must be checked, wherever it is
         bool is_field = false;    // place: a bit-field
         bool plain = false;       // value: stands for a register or constant, no operator made it
+        bool truth = false;       // value: 0 or 1 by the operator that made it
         bool borrowed = false;    // the temporary belongs to another item
         scalar rep;               // of the value, or of what the place holds
         std::uint32_t reg = NONE;
@@ -91,7 +92,8 @@ class lowering {
         PROMISE,
         TEST,         // conditional jump on the value
         TEST_COMPARE, // on a comparison
-        SET_TRUE,     // end of a boolean in register `m`
+        TRUTH,        // the value as 0 or 1 in register `m`
+        DECIDED,      // where the first operand of a boolean decides: `flag` in register `m`
         ARM,          // a value arm of QUEST ends: into register `m`
         JUMP_TO,
         LABEL_HERE,
@@ -152,6 +154,7 @@ class lowering {
     void push_call(const tree* t, bool intrinsic_call);
     static bool is_compound(int op);
     static bool is_comparison(int op);
+    static bool gives_truth(const tree* t);
     void name_value(const tree* t);
     void name_place(const tree* t);
 
@@ -182,7 +185,7 @@ class lowering {
                      bool write);
     scalar promoted(const scalar& rep, TYPE* type, const item* place) const;
     scalar usual(const scalar& a, const scalar& b) const;
-    item arithmetic(int op, const scalar& rep, item& a, item& b, bool pointers);
+    item arithmetic(int op, const scalar& rep, item& a, item& b);
     item shift(int op, const scalar& rep, item& a, item& b);
     item scaled(const tree* t, item a);
     item pointer_sum(int op, const scalar& rep, item& a, item& b);
@@ -191,7 +194,6 @@ class lowering {
     void note_leaves(std::uint32_t base, TYPE* type, bool outer_volatile, bool write);
     // True for a floating comparison, whose set of outcomes is then in `set`; else `how` is filled.
     bool compare_operands(const tree* t, item& a, item& b, comparison& how, unsigned& set);
-    void count_copy(TYPE* type, std::uint32_t units);
 
     // --- lower_emit.cpp: code, registers, items.
     std::uint32_t emit(opcode op, std::uint32_t a = 0, std::uint32_t b = 0, std::uint32_t c = 0,
@@ -215,7 +217,7 @@ class lowering {
     std::uint32_t pointer_register(item& i, std::uint32_t& offset);
     void set_local(std::uint32_t local, item& from);
     void read_check(std::uint32_t local);
-    void unsupported(const tree* t, const std::string& what);
+    [[noreturn]] void no_meaning(const tree* t) const;
     [[noreturn]] void bad(const tree* t, const std::string& what) const;
     std::uint32_t text(const std::string& words);
     const scalar& pointer_rep() const { return image_.model.pointer; }

@@ -48,11 +48,11 @@ int machine::run_main(std::uint32_t main_function, const std::vector<std::string
                 const std::uint32_t each = (program.model.pointer.bits + 15) / 16;
                 const auto n = static_cast<std::uint32_t>(arguments.size());
                 const address vector = mem.allocate((n + 1) * each, sp_);
-                if (vector == 0) throw fault{"out of memory for the arguments of main"};
+                if (vector == 0) throw fault{"out of memory"};
                 for (std::uint32_t i = 0; i < n; i++) {
                     const address text =
                         mem.allocate(static_cast<std::uint32_t>(arguments[i].size()) + 1, sp_);
-                    if (text == 0) throw fault{"out of memory for the arguments of main"};
+                    if (text == 0) throw fault{"out of memory"};
                     mem.put_text(text, arguments[i]);
                     mem.store(vector + i * each, program.model.pointer.bits, text);
                 }
@@ -80,7 +80,7 @@ int machine::run_main(std::uint32_t main_function, const std::vector<std::string
     } catch (const fault& f) {
         return end_with_fault(f.what);
     } catch (const jump&) {
-        return end_with_fault("longjmp to a function that has returned");
+        return end_with_fault("longjmp into a function that has returned");
     }
     out.flush();
     return status & 0xff;
@@ -88,45 +88,37 @@ int machine::run_main(std::uint32_t main_function, const std::vector<std::string
 
 int machine::end_with_fault(const std::string& what) {
     out.flush();
-    const std::string where = place();
-    std::fprintf(stderr, "icode-run: fault%s: %s\n", where.c_str(), what.c_str());
+    std::fprintf(stderr, "icode-run: %s: %s\n", place().c_str(), what.c_str());
     return 3;
 }
 
 std::string machine::place() const {
-    if (frames_.empty()) return "";
+    if (frames_.empty()) return "?:0";
     const frame& f = frames_.back();
-    std::string text = " in " + f.fn->name;
     const auto pc = static_cast<std::uint32_t>(f.ip - f.fn->code.data());
     // `ip` has moved past the instruction at fault.
     auto behind = std::lower_bound(f.fn->lines.begin(), f.fn->lines.end(), pc,
                                    [](const line_mark& m, std::uint32_t at) { return m.pc < at; });
-    if (behind == f.fn->lines.begin()) return text;
-    const line_mark& mark = *std::prev(behind);
-    text += ", line " + std::to_string(mark.line);
-    if (mark.file != nullptr) text += std::string(" of ") + mark.file;
-    return text;
+    const unsigned line = behind == f.fn->lines.begin() ? 0 : std::prev(behind)->line;
+    return f.fn->name + ":" + std::to_string(line);
 }
 
 void machine::push_frame(std::uint32_t function, const call_site* site, std::uint32_t dst, bool native) {
     const function_code& fn = code_.functions[function];
     const std::size_t given = site->args.size();
-    if (given < fn.params.size())
-        throw fault{"call of " + fn.name + " with too few arguments, " + std::to_string(given) + " of " +
-                    std::to_string(fn.params.size())};
+    if (given < fn.params.size()) throw fault{"call of " + fn.name + " with too few arguments"};
 
     frame f{&fn, fn.code.data(), 0, 0, fn.frame_units, dst, site, next_serial_++, native};
     if (!frames_.empty()) f.base = frames_.back().base + frames_.back().fn->registers;
     const std::size_t needed = f.base + fn.registers;
     if (needed > registers_.size()) {
-        if (needed > MAX_REGISTERS) throw fault{"out of stack in a call of " + fn.name};
+        if (needed > MAX_REGISTERS) throw fault{"out of stack"};
         registers_.resize(std::max(needed, registers_.size() * 2));
         if (options_.check) has_value_.resize(registers_.size());
     }
 
     f.fp = align_up(sp_ + LINKAGE, fn.frame_align);
-    if (std::uint64_t{f.fp} + fn.frame_units + 1 > mem.stack_limit())
-        throw fault{"out of stack in a call of " + fn.name};
+    if (std::uint64_t{f.fp} + fn.frame_units + 1 > mem.stack_limit()) throw fault{"out of stack"};
     std::memcpy(mem.state(f.fp), fn.frame_shadow.data(), fn.frame_shadow.size());
     if (fn.variadic) place_further_arguments(fn, *site, f);
 
@@ -152,8 +144,7 @@ void machine::place_further_arguments(const function_code& fn, const call_site& 
     for (std::size_t i = fn.params.size(); i < site.args.size(); i++) {
         const argument_info& info = site.args[i];
         const address at = align_up(end, std::max(info.align, 1u));
-        if (std::uint64_t{at} + info.units + 1 > mem.stack_limit())
-            throw fault{"out of stack in a call of " + fn.name};
+        if (std::uint64_t{at} + info.units + 1 > mem.stack_limit()) throw fault{"out of stack"};
         std::memset(mem.state(at), UNIT_READ | UNIT_WRITE, info.units);
         if (info.rep.is_aggregate())
             mem.copy(at, static_cast<address>(arguments_[i]), info.units);
@@ -172,7 +163,7 @@ void machine::pop_frame() {
 }
 
 std::uint64_t machine::call_function(std::uint32_t function, const call_site& site) {
-    if (native_depth_ >= MAX_NATIVE_DEPTH) throw fault{"out of stack in a call by the library"};
+    if (native_depth_ >= MAX_NATIVE_DEPTH) throw fault{"out of stack"};
     push_frame(function, &site, 0, true);
     native_depth_++;
     const std::uint64_t value = execute();
@@ -183,7 +174,7 @@ std::uint64_t machine::call_function(std::uint32_t function, const call_site& si
 std::uint64_t machine::call_back(address function, const argument_info* infos, const std::uint64_t* values,
                                  std::size_t count, const scalar& result) {
     const global_place* target = program.function_at(function);
-    if (target == nullptr) throw fault{"the library is asked to call something that is no function"};
+    if (target == nullptr) throw fault{"call of no function"};
     call_site site;
     site.args.assign(infos, infos + count);
     site.result = result;
@@ -192,7 +183,7 @@ std::uint64_t machine::call_back(address function, const argument_info* infos, c
     if (target->kind == global_place::LIBRARY && target->library->what == special::NONE)
         return call_library(site, *target->library);
     if (target->kind != global_place::FUNCTION)
-        throw fault{"call of '" + *target->name + "', which is not defined"};
+        throw fault{"call of " + *target->name + ", which is not there"};
     return call_function(target->function, site);
 }
 
@@ -218,8 +209,7 @@ std::uint64_t machine::execute() {
 std::uint64_t machine::call_library(const call_site& site, const library_function& function) {
     const std::size_t n = site.args.size();
     if (n < function.arguments)
-        throw fault{"call of " + std::string(function.name) + " with too few arguments, " +
-                    std::to_string(n) + " of " + std::to_string(function.arguments)};
+        throw fault{"call of " + std::string(function.name) + " with too few arguments"};
     // The function may call back, which overwrites the arguments.
     constexpr std::size_t FEW = 12;
     std::uint64_t few[FEW];
@@ -237,7 +227,7 @@ std::uint64_t machine::call_library(const call_site& site, const library_functio
 }
 
 void machine::set_jump(const call_site& site, std::uint32_t dst, const insn* next) {
-    if (site.args.empty()) throw fault{"call of setjmp with too few arguments, 0 of 1"};
+    if (site.args.empty()) throw fault{"call of setjmp with too few arguments"};
     const auto buffer = static_cast<address>(arguments_[0]) & mem.mask();
     auto [entry, is_new] =
         jump_numbers_.try_emplace(buffer, static_cast<std::uint32_t>(jump_targets_.size()));
@@ -249,10 +239,10 @@ void machine::set_jump(const call_site& site, std::uint32_t dst, const insn* nex
 void machine::long_jump(address buffer, std::uint64_t value) {
     const std::uint64_t number = mem.load(buffer, 16, false);
     if (number == 0 || number > jump_targets_.size())
-        throw fault{"longjmp with a buffer that setjmp has not set"};
+        throw fault{"longjmp to a place that setjmp never gave"};
     const jump_target& target = jump_targets_[number - 1];
     if (target.depth >= frames_.size() || frames_[target.depth].serial != target.serial)
-        throw fault{"longjmp to a function that has returned"};
+        throw fault{"longjmp into a function that has returned"};
     throw jump{static_cast<std::uint32_t>(number - 1), value == 0 ? 1 : value};
 }
 
@@ -268,29 +258,38 @@ void machine::end_scope(const function_code& fn, std::uint32_t scope, address fp
 }
 
 std::string machine::name_of(address at) const {
-    if (at >= mem.stack_base() && at < sp_) {
-        auto f = std::upper_bound(frames_.begin(), frames_.end(), at,
-                                  [](address a, const frame& x) { return a < x.fp; });
-        if (f == frames_.begin()) return "stack";
-        --f;
-        const address offset = at - f->fp;
-        auto object = std::upper_bound(f->fn->objects.begin(), f->fn->objects.end(), offset,
-                                       [](address a, const frame_object& o) { return a < o.offset; });
-        if (object == f->fn->objects.begin()) return "stack";
-        --object;
-        return object->name + "+" + std::to_string(offset - object->offset);
+    if (at < mem.stack_base() || at >= sp_) {
+        const global_place* function = program.function_at(at);
+        return function != nullptr ? *function->name : mem.name_of(at);
     }
-    const std::string name = mem.name_of(at);
-    return name.empty() ? "?" : name;
+    auto f = std::upper_bound(frames_.begin(), frames_.end(), at,
+                              [](address a, const frame& x) { return a < x.fp; });
+    if (f == frames_.begin()) return "";
+    --f;
+    const address offset = at - f->fp;
+    auto object = std::upper_bound(f->fn->objects.begin(), f->fn->objects.end(), offset,
+                                   [](address a, const frame_object& o) { return a < o.offset; });
+    if (object == f->fn->objects.begin()) return "";
+    --object;
+    return f->fn->name + ":" + object->name + "+" + std::to_string(offset - object->offset);
 }
 
-// One line: direction, place, width in bits, value. A bit-field's place has its first bit behind a point.
+// One line: direction, object and offset, width in bits, value. An address that leads to an object goes by
+// that object, so that another layout gives the same line.
 void machine::trace(std::uint16_t word, address at, std::uint64_t value) {
     const unsigned bits = word & 0x7f;
+    const std::uint64_t shown = extend(value, bits, false);
+    std::string target;
+    if ((word & 0x100) != 0 && shown <= mem.mask()) target = name_of(static_cast<address>(shown));
+    if (target.empty()) {
+        char digits[20];
+        std::snprintf(digits, sizeof digits, "%llx", static_cast<unsigned long long>(shown));
+        target = digits;
+    }
     std::string where = name_of(at & mem.mask());
-    if ((word & 0x100) != 0) where += "." + std::to_string(word >> 9);
-    std::fprintf(options_.trace, "%c %s %u %#llx\n", (word & 0x80) != 0 ? 'W' : 'R', where.c_str(), bits,
-                 static_cast<unsigned long long>(extend(value, bits, false)));
+    if (where.empty()) where = "?";
+    std::fprintf(options_.trace, "%c %s %u %s\n", (word & 0x80) != 0 ? 'W' : 'R', where.c_str(), bits,
+                 target.c_str());
 }
 
 } // namespace run

@@ -13,10 +13,12 @@
 
 namespace {
 
+constexpr const char* USAGE =
+    "Usage: icode-run [--stats] [--trace[=FILE]] [--check] [--max-steps N] FILE.ic [ARGS]...\n";
+
 int usage() {
-    std::fprintf(stderr,
-                 "Usage: icode-run [--stats] [--trace[=FILE]] [--check] [--max-steps N] FILE.ic [ARGS]...\n");
-    return 2;
+    std::fputs(USAGE, stderr);
+    return 1;
 }
 
 bool parse_count(const char* text, std::uint64_t& value) {
@@ -53,6 +55,9 @@ int main(int argc, char** argv) {
             if (!parse_count(argv[++i], with.max_steps)) return usage();
         } else if (word.starts_with("--max-steps=")) {
             if (!parse_count(argv[i] + std::strlen("--max-steps="), with.max_steps)) return usage();
+        } else if (word == "--help") {
+            std::fputs(USAGE, stdout);
+            return 0;
         } else {
             return usage();
         }

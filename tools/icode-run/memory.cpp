@@ -118,10 +118,11 @@ void memory::copy(address to, address from, std::uint32_t units) {
         if (from + i >= size_ || state_[from + i] == 0) access_fault(from + i, 1, false);
         if (to + i >= size_ || (state_[to + i] & UNIT_WRITE) == 0) access_fault(to + i, 1, true);
     }
-    std::vector<std::uint8_t> has_value(&state_[from], &state_[from] + units);
     std::memmove(&units_[to], &units_[from], units * sizeof units_[0]);
+    const bool among_locals = to >= stack_base_ && from >= stack_base_;
+    if (among_locals) std::memmove(&state_[to], &state_[from], units);
     for (std::uint32_t i = 0; i < units; i++)
-        state_[to + i] = static_cast<std::uint8_t>(UNIT_WRITE | (has_value[i] & UNIT_READ));
+        state_[to + i] |= among_locals ? UNIT_WRITE : UNIT_WRITE | UNIT_READ;
 }
 
 std::string memory::text(address at) const {
@@ -134,7 +135,7 @@ std::string memory::text(address at) const {
 }
 
 void memory::put_text(address at, const std::string& characters) {
-    for (char c : characters) set_byte(at++, static_cast<std::uint16_t>(static_cast<signed char>(c)));
+    for (char c : characters) set_byte(at++, static_cast<unsigned char>(c));
     set_byte(at, 0);
 }
 
@@ -211,8 +212,8 @@ void memory::free_block(address at) {
 
 std::uint32_t memory::block_units(address at) const {
     auto found = blocks_.find(at);
-    if (found == blocks_.end()) throw fault{"no block of the heap begins at the given address"};
-    if (!found->second.live) throw fault{"a block of the heap is freed twice"};
+    if (found == blocks_.end()) throw fault{"a pointer that malloc did not give is freed or resized"};
+    if (!found->second.live) throw fault{"a pointer that was freed already is freed or resized"};
     return found->second.units;
 }
 
@@ -232,16 +233,15 @@ std::string memory::name_of(address at) const {
 
 void memory::access_fault(address at, unsigned n, bool store) const {
     at &= mask_;
-    const char* verb = store ? "a store" : "a read";
-    unsigned i = 0;
     const std::uint8_t wanted = store ? UNIT_WRITE : UNIT_READ;
+    unsigned i = 0;
     while (i + 1 < n && (state_[at + i] & wanted) != 0) i++;
-    if (at + i < NULL_GUARD) throw fault{std::string(verb) + " through a null pointer"};
-    if (state_[at + i] == UNIT_READ) throw fault{"a store to a const object, " + name_of(at + i)};
-    if (state_[at + i] == UNIT_WRITE) throw fault{"a read of a local that has no value yet"};
-    const std::string name = name_of(at + i);
-    if (!name.empty()) throw fault{std::string(verb) + " of freed memory, " + name};
-    throw fault{std::string(verb) + " outside any object, at address " + std::to_string(at + i)};
+    const address unit = (at + i) & mask_;
+    const std::string name = name_of(unit);
+    if (state_[unit] == UNIT_READ) throw fault{"store to constant " + name};
+    if (state_[unit] == UNIT_WRITE) throw fault{"local read before anything was stored in it"};
+    throw fault{std::string(store ? "store" : "read") + " outside any object: address " +
+                std::to_string(unit) + (name.empty() ? "" : " (in " + name + ", whose life has ended)")};
 }
 
 } // namespace run

@@ -67,7 +67,7 @@ class memory {
     void store_field(address base, const bit_field& field, std::uint64_t value);
     std::uint16_t byte(address at) const; // one unit
     void set_byte(address at, std::uint16_t value);
-    // Copies as if through a buffer; units without a value keep having none.
+    // Copies as if through a buffer. From one local to another, units without a value stay without one.
     void copy(address to, address from, std::uint32_t units);
     // The characters up to a zero unit, each cut to 8 bits.
     std::string text(address at) const;

@@ -39,7 +39,7 @@ int run_program(const model::program& program, const std::vector<std::string>& a
         std::fprintf(stderr, "icode-run: %s\n", e.what());
         return 1;
     } catch (const fault& f) {
-        std::fprintf(stderr, "icode-run: fault: %s\n", f.what.c_str());
+        std::fprintf(stderr, "icode-run: ?:0: %s\n", f.what.c_str());
         return 3;
     }
 }
