@@ -118,7 +118,7 @@ void keep_defined_callees(FUNINFO* caller) {
         if (edge->callee != fileinfo.root) note_undefined(edge->callee);
         if (edge->callee->last_edge == edge) edge->callee->last_caller = nullptr;
         *place = edge->next;
-        delete edge;
+        POOL::recycle(edge, sizeof(CALL_EDGE));
     }
 }
 

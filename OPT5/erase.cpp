@@ -25,7 +25,7 @@ namespace {
 
 void erase_node(NODE* node) {
     // Until a recycled cell is handed out again it still shows the operator that marks it as erased.
-    if (POOL::is_recycled(&node->op) || node->op == op::ILLOP) double_erase(node);
+    if (POOL::is_recycled(node) || node->op == op::ILLOP) double_erase(node);
     node->op = op::ILLOP;
     node->left = node->right = nullptr;
     node->ddep = nullptr;

@@ -25,11 +25,12 @@ struct RECORDS {
     std::unordered_map<SYMTAB*, FUNINFO*> by_symbol;   // only for look-ups
     std::unordered_map<std::string, FUNINFO*> by_name; // functions that other files may name
     std::vector<FUNINFO*> all;
+    POOL pool;
 };
 
 RECORDS& records() {
-    static RECORDS table;
-    return table;
+    static auto* table = new RECORDS; // lives to the very end of the run
+    return *table;
 }
 
 // --- What a name says.
@@ -255,7 +256,10 @@ void init_proc_integration() {
     records().by_name.clear();
     for (FUNINFO* function : records().all) delete function;
     records().all.clear();
+    records().pool.release_all();
 }
+
+POOL& record_pool() { return records().pool; }
 
 void init_fileopts() {
     fileinfo = FILEINFO{};

@@ -149,6 +149,7 @@ extern FILEINFO fileinfo;
 extern int no_outside_callers, no_outside_writers, whole_file_mode;
 
 void init_proc_integration();          // empties the record map
+POOL& record_pool();                   // where the records' call edges live
 void init_fileopts();                  // modes, anonymous root
 FUNINFO* make_FUNINFO(SYMTAB* symbol); // finds or makes
 FUNINFO* make_FUNINFO(const char* name);

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::int32_t EXP_ZERO = -32767;
 constexpr std::int32_t EXP_SPECIAL = 32767; // infinity or NaN
-constexpr int WORDS = 6;
 
 void set_special(simul_fval* value, std::int32_t exp, std::uint16_t word0, std::uint8_t sign) {
     std::memset(value, 0, sizeof *value);

@@ -348,9 +348,10 @@ void add_call_edge(FUNINFO* caller, FUNINFO* callee, bool value_is_discarded) {
     if (callee->last_caller == caller) {
         callee->last_edge->ncalls++;
     } else {
-        caller->callees = new CALL_EDGE{callee, 1, caller->callees};
+        auto* edge = static_cast<CALL_EDGE*>(record_pool().allocate_cell(sizeof(CALL_EDGE)));
+        *edge = {callee, 1, caller->callees};
+        caller->callees = callee->last_edge = edge;
         callee->last_caller = caller;
-        callee->last_edge = caller->callees;
     }
     if (TEST_FLAG(caller, FUN_has_1_BB) && TEST_FLAG(callee, FUN_never_returns)) {
         caller->flags |= FUN_never_returns;

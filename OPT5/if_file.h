@@ -92,7 +92,8 @@ class I_FILE {
     // --- Opening and closing (if_read.cpp, if_write.cpp).
 
     // Opens a reader on `stream`, which the object takes over on success. Null when the header is not that
-    // of a file we can read; the stream stays the caller's then. `name` stands in error messages.
+    // of a file we can read; the stream stays the caller's then, as it does when a hook of if_fatal leaves
+    // the call. `name` stands in error messages.
     static I_FILE* if_open(std::FILE* stream, IF_CLIENT* client, const char* name);
 
     // Makes a writer on `stream`, which it takes over: writes a header with zero offsets.
@@ -247,6 +248,7 @@ class I_FILE {
     TYPE* find_typeref(unsigned number); // "invalid forward reference" is fatal
     fkMDATA* find_mdataref(TYPE* csu, unsigned number);
     void if_read_type();
+    void need_complete_types(); // a list that is still to come is fatal
     void if_mark_global_types();
 
     // --- Symbols and trees (if_symbol.cpp).
@@ -263,6 +265,9 @@ class I_FILE {
     void dispatch(const RECORD_HEADER& header);
     void read_ldspec();
     void need_function(const char* what);
+    // Entry and exit of a function, of instructions (records 123 and 125) or of trees (1 and 2).
+    void enter_function(bool of_instructions);
+    void leave_function(bool of_instructions);
 
     void if_write_magic();
     void if_write_all_options();
@@ -292,6 +297,7 @@ class I_FILE {
     std::unordered_map<const char*, unsigned> file_ids_; // interned name to number
     std::uint32_t extra_ = 0;
     int level_ = 0;
+    bool of_instructions_ = false; // the function at hand; see enter_function
     std::vector<I_SYMTAB*> locals_;
     std::vector<I_SYMTAB*> globals_;
 

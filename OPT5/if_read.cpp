@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "base_node.h"
 #include "pragma.h"
@@ -262,7 +263,8 @@ bool I_FILE::read_header_record(IF_CLIENT* client) {
 }
 
 I_FILE* I_FILE::if_open(std::FILE* stream, IF_CLIENT* client, const char* name) {
-    auto* file = new I_FILE;
+    const auto drop = [](I_FILE* file) { delete file; };
+    std::unique_ptr<I_FILE, decltype(drop)> file(new I_FILE, drop);
     file->name_ = name;
     file->stream_ = stream;
     file->client_ = client;
@@ -277,16 +279,13 @@ I_FILE* I_FILE::if_open(std::FILE* stream, IF_CLIENT* client, const char* name) 
         readable = file->end_ >= 0 && file->end_ <= static_cast<long>(UINT32_MAX) &&
                    std::fseek(stream, file->base_, SEEK_SET) == 0;
     }
-    if (!readable || !file->read_header_record(client)) {
-        delete file;
-        return nullptr;
-    }
+    if (!readable || !file->read_header_record(client)) return nullptr;
     file->record_end_ = -1;
     file->if_seek(file->body_offset_);
     if_node_table_init();
     client->cl_source(name);
     file->if_read_options();
-    return file;
+    return file.release();
 }
 
 // --- Sections.
@@ -364,6 +363,7 @@ void I_FILE::if_read_file() {
     while (if_read_record() != REC_EOF) {
     }
     if (level_ != 0) bad_file("the body ends inside a function");
+    need_complete_types();
 }
 
 void I_FILE::if_read_func(long offset) {
@@ -390,6 +390,20 @@ void I_FILE::need_function(const char* what) {
     if (level_ == 0) bad_file(std::string(what) + " stands outside a function");
 }
 
+void I_FILE::enter_function(bool of_instructions) {
+    if (level_ != 0) bad_file("a function begins inside another");
+    level_ = 1;
+    of_instructions_ = of_instructions;
+    locals_.clear();
+}
+
+void I_FILE::leave_function(bool of_instructions) {
+    need_function("an end of function");
+    if (of_instructions_ != of_instructions) bad_file("a function ends that is of another kind");
+    level_ = 0;
+    locals_.clear(); // what follows cannot name them: a client frees them with their function
+}
+
 int I_FILE::if_read_record() {
     const RECORD_HEADER header = i_read_header();
     if (header.id != REC_EOF) dispatch(header);
@@ -403,19 +417,16 @@ void I_FILE::dispatch(const RECORD_HEADER& header) {
         case REC_BEGIN_FUNC: {
             const PSN* at = psn();
             const std::uint32_t index = i_read_uint();
-            if (level_ != 0) bad_file("a function begins inside another");
             if (index >= globals_.size())
                 bad_file("function symbol " + std::to_string(index) + " is not in the table");
-            level_ = 1;
-            locals_.clear();
+            enter_function(false);
             client_->cl_begin_func(globals_[index], at);
             break;
         }
         case REC_END_FUNC: {
             const PSN* at = psn();
-            need_function("an end of function");
+            leave_function(false);
             client_->cl_end_func(at);
-            level_ = 0;
             break;
         }
         case REC_BEGIN_BLOCK: {
@@ -513,10 +524,9 @@ void I_FILE::dispatch(const RECORD_HEADER& header) {
             const unsigned a = i_read_uint();
             const int b = i_read_sint(), c = i_read_s8();
             const unsigned d = i_read_uint();
-            if (level_ != 0) bad_file("a function begins inside another");
-            client_->cl_ir_begin_func(a, b, c, d, psn());
-            level_ = 1;
-            locals_.clear();
+            const PSN* at = psn();
+            enter_function(true);
+            client_->cl_ir_begin_func(a, b, c, d, at);
             break;
         }
         case REC_INLOOP: {
@@ -526,9 +536,9 @@ void I_FILE::dispatch(const RECORD_HEADER& header) {
             break;
         }
         case REC_IR_END_FUNC: {
-            need_function("an end of function");
-            client_->cl_ir_end_func(psn());
-            level_ = 0;
+            const PSN* at = psn();
+            leave_function(true);
+            client_->cl_ir_end_func(at);
             break;
         }
         case REC_SOURCE: client_->cl_source(i_read_string()); break;

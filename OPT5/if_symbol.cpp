@@ -149,6 +149,8 @@ void I_FILE::if_write_symbol(I_SYMTAB* symbol) {
     record.cpp_type = symbol->sym_cpp_type();
     record.align = symbol->sym_align();
     record.prag_num = symbol->sym_prag_num();
+    if (record.prag_num > 127)
+        if_fatal(name_ + ": symbol " + record.name + " has more pragmas than a file can hold");
     record.location = symbol->sym_location();
     record.option_set = symbol->sym_option_set();
     record.psn = symbol->sym_psn();
@@ -172,6 +174,7 @@ void I_FILE::if_write_pragma(const PRAGMA* pragma) {
 // --- Initialisers and exception tables.
 
 void I_FILE::if_read_init() {
+    if (level_ != 0) bad_file("an initialiser stands inside a function");
     I_SYMTAB* symbol = find_symbol(0, i_read_uint());
     INIT_TREES trees;
     do {

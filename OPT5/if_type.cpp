@@ -243,7 +243,7 @@ struct I_FILE_TYPES {
 
     void end_list(unsigned number, int list) {
         TYPE_INFO& info = owner(number);
-        if (info.open_list != list) tp_die("Unexpected type attribute");
+        if (list < 0 || info.open_list != list) tp_die("Unexpected type attribute");
         info.open_list = -1;
         info.pending_lists &= ~(1u << list);
         if (info.pending_lists != 0) return;
@@ -750,7 +750,11 @@ TYPE* I_FILE::find_typeref(unsigned number) {
     if (number == 0) return nullptr;
     const auto found = type_map_.find(number);
     if (found == type_map_.end()) tp_die("invalid forward reference");
-    return found->second.type;
+    // Only a structure has its identity from its head on. A function or an enumeration gets it when it is
+    // complete: a function may turn out to be one that stands already.
+    const TYPE_INFO& info = found->second;
+    if (info.pending_lists != 0 && !info.type->is_csu()) tp_die("invalid forward reference");
+    return info.type;
 }
 
 fkMDATA* I_FILE::find_mdataref(TYPE* csu, unsigned number) {
@@ -774,9 +778,13 @@ void I_FILE::if_read_type_defs() {
         if (header.id != REC_TYPE) bad_file("record " + std::to_string(header.id) + " among the types");
         if_read_type();
     }
+    need_complete_types();
+    if_seek(position);
+}
+
+void I_FILE::need_complete_types() {
     for (const auto& [number, info] : type_map_)
         if (info.pending_lists != 0) bad_file("a type is not complete at the end of its section");
-    if_seek(position);
 }
 
 void I_FILE::if_mark_global_types() {

@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "base_node.h"
 #include "if_file.h"
@@ -113,7 +114,8 @@ void I_FILE::if_flush() { std::fflush(stream_); }
 // --- Creation and close.
 
 I_FILE* I_FILE::if_create(std::FILE* stream, TYPE_PKG* types, const char* producer, const char* name) {
-    auto* file = new I_FILE;
+    const auto drop = [](I_FILE* file) { delete file; };
+    std::unique_ptr<I_FILE, decltype(drop)> file(new I_FILE, drop);
     file->name_ = name;
     file->stream_ = stream;
     file->writing_ = true;
@@ -127,7 +129,7 @@ I_FILE* I_FILE::if_create(std::FILE* stream, TYPE_PKG* types, const char* produc
     if_node_table_init();
     file->if_write_magic();
     file->body_offset_ = static_cast<std::uint32_t>(file->written_);
-    return file;
+    return file.release();
 }
 
 void I_FILE::if_write_magic() {
@@ -279,6 +281,7 @@ void I_FILE::if_write_inloop(unsigned loop, int level, int index, unsigned kind)
 
 void I_FILE::if_write_dep_vector(unsigned index, unsigned kind,
                                  const std::vector<std::pair<std::uint8_t, std::int8_t>>& entries) {
+    if (entries.size() > 255) if_fatal(name_ + ": a dependence vector of more than 255 entries");
     i_write_uint(index);
     i_write_i8(static_cast<int>(kind));
     i_write_i8(static_cast<int>(entries.size()));

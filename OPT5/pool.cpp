@@ -5,6 +5,8 @@
 #include <cstring>
 #include <new>
 
+#include <sys/mman.h>
+
 #include "fileopt.h"
 #include "files.h"
 
@@ -28,7 +30,8 @@
 namespace {
 
 constexpr std::size_t CHUNK_SIZE = 4096; // also the alignment of chunks
-constexpr std::size_t SLAB_SIZE = 64 * CHUNK_SIZE;
+constexpr std::size_t FIRST_SLAB_SIZE = 64 * CHUNK_SIZE;
+constexpr std::size_t SLAB_SIZE = std::size_t{2} << 20; // of the later ones: one huge page
 constexpr std::size_t ALIGNMENT = alignof(std::max_align_t);
 
 constexpr std::size_t round_up(std::size_t size) { return (size + ALIGNMENT - 1) & ~(ALIGNMENT - 1); }
@@ -53,20 +56,30 @@ namespace {
 // Chunks that no pool uses. Slabs are never given back to the system, only reused.
 void* free_chunks = nullptr;
 
+// The rest of the newest slab, from which chunks are cut.
+char* slab_cursor = nullptr;
+char* slab_limit = nullptr;
+
 void*& link_of(void* chunk) { return *static_cast<void**>(chunk); }
 
+// Memory is touched for the first time slab by slab: with pages of the usual size that costs more than
+// everything done with it, so the later slabs ask for huge ones.
+void add_slab() {
+    const std::size_t size = slab_limit == nullptr ? FIRST_SLAB_SIZE : SLAB_SIZE;
+    slab_cursor = static_cast<char*>(std::aligned_alloc(size, size));
+    if (slab_cursor == nullptr) throw std::bad_alloc();
+    slab_limit = slab_cursor + size;
+    if (size == SLAB_SIZE) ::madvise(slab_cursor, size, MADV_HUGEPAGE); // only a hint
+}
+
 void* take_chunk() {
-    if (free_chunks == nullptr) {
-        auto* slab = static_cast<char*>(std::aligned_alloc(CHUNK_SIZE, SLAB_SIZE));
-        if (slab == nullptr) throw std::bad_alloc();
-        for (std::size_t at = SLAB_SIZE; at != 0; at -= CHUNK_SIZE) {
-            void* chunk = slab + at - CHUNK_SIZE;
-            link_of(chunk) = free_chunks;
-            free_chunks = chunk;
-        }
+    if (void* chunk = free_chunks) {
+        free_chunks = link_of(chunk);
+        return chunk;
     }
-    void* chunk = free_chunks;
-    free_chunks = link_of(chunk);
+    if (slab_cursor == slab_limit) add_slab();
+    void* chunk = slab_cursor;
+    slab_cursor += CHUNK_SIZE;
     return chunk;
 }
 
@@ -138,9 +151,9 @@ void POOL::recycle(void* cell, std::size_t size) {
     POISON(reinterpret_cast<char*>(cell) + sizeof(FREE_CELL), size - sizeof(FREE_CELL));
 }
 
-bool POOL::is_recycled([[maybe_unused]] const void* memory) {
+bool POOL::is_recycled([[maybe_unused]] const void* cell) {
 #ifdef POISONING
-    return __asan_address_is_poisoned(memory) != 0;
+    return __asan_address_is_poisoned(static_cast<const char*>(cell) + sizeof(FREE_CELL)) != 0;
 #else
     return false;
 #endif

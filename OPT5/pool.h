@@ -32,8 +32,8 @@ class POOL {
     static void recycle(void* cell, std::size_t size);
     // Frees everything that the pool ever handed out.
     void release_all();
-    // Whether the memory is known to have been recycled: always false without AddressSanitizer.
-    static bool is_recycled(const void* memory);
+    // Whether the cell is known to have been recycled: always false without AddressSanitizer.
+    static bool is_recycled(const void* cell);
     // Bytes that the pool holds.
     std::size_t bytes() const { return bytes_; }
 

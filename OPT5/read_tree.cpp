@@ -1,6 +1,7 @@
 // Trees as they arrive from a file: checked for shape, and brought into the form used in memory.
 
 #include <cstdint>
+#include <string>
 
 #include "bad_input.h"
 #include "bblk.h"
@@ -11,6 +12,7 @@
 #include "opcodes.h"
 #include "read.h"
 #include "symbol.h"
+#include "tree_check.h"
 #include "types.h"
 
 using namespace op;
@@ -18,8 +20,12 @@ using namespace op;
 namespace {
 
 [[noreturn]] void bad_shape(const NODE* node, const char* why) {
-    const char* name = opname(node->op);
-    bad_input(opt_client.here(), "%s %s", name != nullptr ? name : "an operator", why);
+    bad_input(opt_client.here(), "%s %s", name_of(node), why);
+}
+
+void check_sense(const NODE* node) {
+    if (const std::string fault = node_fault(node); !fault.empty())
+        bad_input(opt_client.here(), "%s", fault.c_str());
 }
 
 // EPVAL(x) becomes x with the count.
@@ -63,6 +69,7 @@ void clean_node(NODE* node) {
         case SWITCH:
         case RETURN:
         case URETURN:
+        case NOP:
         case SKIP:
         case ENDINIT: bad_shape(node, "inside an expression");
         case QUEST:
@@ -78,11 +85,13 @@ void clean_node(NODE* node) {
     // Two parents that give a meaning to an operator which has none of its own.
     for (NODE* operand : {node->left, node->right}) {
         if (operand == nullptr) continue;
+        if (operand->type == nullptr) operand->type = tp->void_type();
         if (operand->op == COLON && (node->op != QUEST || operand != node->right))
             bad_shape(operand, "outside a QUEST");
         if (operand->op == FIELD && (node->op != STDOT && node->op != STREF && node->op != STFIELD))
             bad_shape(operand, "without its aggregate");
     }
+    check_sense(node);
 }
 
 void clean_expression(NODE*& place) {
@@ -142,6 +151,7 @@ NODE* expr_cleanup(NODE* tree, LBL*& behind) {
         case BRANCH: bind_label(tree->left, tree); return tree;
         case CBRANCH: {
             clean_expression(tree->left);
+            check_sense(tree);
             bind_label(tree->right, tree);
             behind = opt_client.fresh_label();
             NODE* fall_through = mk_LABELREF(INT65::from_signed(behind->number), NO_PROFILE);

@@ -137,7 +137,7 @@ void run_step_body(int id) {
 }
 
 void document_steps(std::FILE* stream) {
-    constexpr const char* level_words[] = {"any", "1 and up", "2 and up", "2 and up, several blocks"};
+    constexpr const char* level_words[] = {"any", "1 and up", "2 and up", "2 and up, F2"};
     std::fprintf(stream, "| id | step | kind | level | today |\n|---|---|---|---|---|\n");
     for (const STEP_ROW& row : step_table)
         std::fprintf(stream, "| %d | %s | %s | %s | %s |\n", row.id, row.name,

@@ -86,7 +86,12 @@ SYMTAB* mk_symbol(const SYMBOL_RECORD& record) {
     if (record.option_set >= all_option_sets.size() || all_option_sets[record.option_set] == nullptr)
         bad_input(record.psn, "symbol %s names option set %u, which the file does not have", record.name,
                   record.option_set);
+    // A global does not come from the pool of the function in work.
+    SYMTAB* const function = currfunc;
+    if (record.level == 0) currfunc = nullptr;
     auto* symbol = new SYMTAB;
+    symbol->psn = mk_psn(record.psn);
+    currfunc = function;
     symbol->name = intern_text(record.name);
     symbol->size = record.size;
     symbol->value = static_cast<std::int32_t>(record.value);
@@ -97,7 +102,6 @@ SYMTAB* mk_symbol(const SYMBOL_RECORD& record) {
     symbol->align = static_cast<std::int32_t>(record.align);
     symbol->location = record.location;
     symbol->option_set = record.option_set;
-    symbol->psn = mk_psn(record.psn);
     symbol->retention = record.retention;
     symbol->level = record.level;
     symbol->flags = SF_SET_AT_CREATION;
@@ -121,10 +125,7 @@ SYMTAB* mk_library_symbol(const char* name) {
     record.sclass = SC_EXTERN;
     record.type = tp->mk_func(body);
     record.align = 16;
-    SYMTAB* saved = currfunc; // a global does not come from the pool of the function in work
-    currfunc = nullptr;
     SYMTAB* symbol = mk_symbol(record);
-    currfunc = saved;
     sym_def(symbol);
     return symbol;
 }
@@ -165,18 +166,12 @@ void sym_def(SYMTAB* symbol) {
 
 namespace {
 
+// The type without the qualifiers of its element, past arrays.
 TYPE* without_qualifiers(TYPE* type) {
-    std::vector<TYPE*> arrays;
     TYPE* element = type;
-    while (element->is_array()) {
-        arrays.push_back(element);
-        element = element->elem_type();
-    }
+    while (element->is_array()) element = element->elem_type();
     if (!element->is_qualified()) return type;
-    type = element->stqs();
-    for (auto array = arrays.rbegin(); array != arrays.rend(); ++array)
-        type = tp->replace_array_elem(*array, type);
-    return type;
+    return type->is_array() ? tp->replace_array_elem(type, element->stqs()) : element->stqs();
 }
 
 } // namespace

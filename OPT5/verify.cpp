@@ -15,7 +15,7 @@
 #include "opt_expr.h"
 #include "pool.h"
 #include "symbol.h"
-#include "types.h"
+#include "tree_check.h"
 
 using namespace op;
 
@@ -39,9 +39,6 @@ class VERIFIER {
     void check_tree(NODE* tree);
     void check_node(NODE* node);
     void check_operands(NODE* node);
-    void check_lvalue(const NODE* node, const NODE* lvalue);
-    void check_types(NODE* node);
-    void check_member(NODE* node);
     void visit(NODE* node);
     void stamp_symbols(SYMTAB* list);
 
@@ -62,11 +59,6 @@ void VERIFIER::fail(const char* format, ...) {
     if (bb_ != nullptr) text += "BB" + std::to_string(bb_->dfn) + ": ";
     text += fault;
     abort_optimizer(text.c_str());
-}
-
-const char* name_of(const NODE* node) {
-    const char* name = opname(node->op);
-    return name != nullptr ? name : "an unknown operator";
 }
 
 // --- Blocks and edges.
@@ -200,8 +192,10 @@ void VERIFIER::check_mirror() {
 
 // --- Trees.
 
+bool is_erased(const NODE* node) { return POOL::is_recycled(node) || node->op == ILLOP; }
+
 void VERIFIER::visit(NODE* node) {
-    if (POOL::is_recycled(&node->op) || node->op == ILLOP) fail("an erased node in a tree");
+    if (is_erased(node)) fail("an erased node in a tree");
     if (node->stamp == stamp_) fail("%s belongs to two trees", name_of(node));
     node->stamp = stamp_;
 }
@@ -256,122 +250,19 @@ void VERIFIER::check_node(NODE* node) {
     if (node == statement_ && (node->op == CBRANCH || node->op == LABELDEF || node->op == LABEL ||
                                node->op == COLON || node->op == CASE || node->op == DEFAULT))
         fail("%s is no statement", name_of(node));
-    for (const NODE* operand : {node->left, node->right})
-        if (operand != nullptr && !may_stand(node, operand))
-            fail("%s under %s", name_of(operand), name_of(node));
+    for (const NODE* operand : {node->left, node->right}) {
+        if (operand == nullptr) continue;
+        if (is_erased(operand)) fail("an erased node under %s", name_of(node));
+        if (operand->type == nullptr) fail("%s without a type", name_of(operand));
+        if (!may_stand(node, operand)) fail("%s under %s", name_of(operand), name_of(node));
+    }
     if (node->op == NAME) {
         const SYMTAB* symbol = node->symbol();
         if (symbol == nullptr) fail("NAME without a symbol");
         if (symbol->level != 0 && symbol->stamp != stamp_)
             fail("symbol %s is not one of the function's", symbol->name);
     }
-    check_types(node);
-}
-
-void VERIFIER::check_lvalue(const NODE* node, const NODE* lvalue) {
-    switch (lvalue->op) {
-        case NAME:
-        case UMULT:
-        case STDOT:
-        case STREF:
-        case STFIELD:
-        case VFIELD:
-        case SCON:
-        case REAL:
-        case IMAG:
-        case SIMDHI:
-        case SIMDLO:
-        case VREG:
-        case DDNODE: return;
-        default: fail("%s of %s, which is no place in memory", name_of(node), name_of(lvalue));
-    }
-}
-
-TYPE* plain(const NODE* node) {
-    TYPE* type = node->type->true_type();
-    return type->is_enum() ? type->underlying_type()->true_type() : type;
-}
-
-bool same_representation(const TYPE* a, const TYPE* b) {
-    if (a->is_ptr() != b->is_ptr() && (a->is_integer() || b->is_integer()) && a->size() == b->size())
-        return true;
-    return a->true_kind() == b->true_kind() && a->size() == b->size();
-}
-
-void VERIFIER::check_member(NODE* node) {
-    const NODE* field = node->right;
-    if (field->op != FIELD) fail("%s without a member", name_of(node));
-    TYPE* csu = field->csu();
-    if (csu == nullptr || field->mdata == nullptr || csu->member(field->mdata->number) != field->mdata)
-        fail("a FIELD whose member is not of its aggregate");
-    if (node->op == STDOT && !node->left->type->is_csu())
-        fail("STDOT of %s, which is no aggregate", name_of(node->left));
-    if (node->op == STREF && !node->left->type->is_ptr() && !node->left->type->is_ref())
-        fail("STREF of %s, which is no pointer", name_of(node->left));
-}
-
-void VERIFIER::check_types(NODE* node) {
-    const auto arithmetic = [](const TYPE* type) { return type->is_integer() || type->is_fltpt(); };
-    switch (node->op) {
-        case STDOT:
-        case STREF: check_member(node); return;
-        case UAND: check_lvalue(node, node->left); return;
-        case UMULT:
-            if (!node->left->type->is_ptr() && !node->left->type->is_ref())
-                fail("UMULT of %s, which is no pointer", name_of(node->left));
-            return;
-        case PLUS:
-        case MINUS:
-        case MULT:
-        case DIV:
-        case MOD:
-        case ANDB:
-        case ORB:
-        case XORB: {
-            const TYPE* result = plain(node);
-            const TYPE* left = plain(node->left);
-            const TYPE* right = plain(node->right);
-            if (!arithmetic(result) || !arithmetic(left) || !arithmetic(right)) return; // pointers, vectors
-            if (!same_representation(left, right) || !same_representation(left, result))
-                fail("the types of %s do not fit: %s, %s, result %s", name_of(node), left->printstr().c_str(),
-                     right->printstr().c_str(), result->printstr().c_str());
-            return;
-        }
-        case UMINUS:
-        case NOTB:
-        case SLL:
-        case SRL: {
-            const TYPE* result = plain(node);
-            const TYPE* left = plain(node->left);
-            if (arithmetic(result) && arithmetic(left) && !same_representation(left, result))
-                fail("%s of %s gives %s", name_of(node), left->printstr().c_str(),
-                     result->printstr().c_str());
-            return;
-        }
-        case ANDAND:
-        case OROR:
-        case EXCLAIM:
-            if (!node->type->is_integral() && !node->type->is_vector())
-                fail("%s gives no integer", name_of(node));
-            return;
-        default: break;
-    }
-    if (boolean_inv[node->op] != ILLOP) {
-        const TYPE* left = plain(node->left);
-        const TYPE* right = plain(node->right);
-        if (left->is_scalar() && right->is_scalar() && !same_representation(left, right))
-            fail("%s compares %s with %s", name_of(node), left->printstr().c_str(),
-                 right->printstr().c_str());
-        if (left->is_fltpt() && node->op < FEQ) fail("%s compares floating operands", name_of(node));
-        if (!node->type->is_integral() && !node->type->is_vector())
-            fail("%s gives no integer", name_of(node));
-    } else if (opcode_is_ASG(node->op)) {
-        check_lvalue(node, node->left);
-        const TYPE* left = plain(node->left);
-        const TYPE* right = plain(node->right);
-        if (node->op == ASG && arithmetic(left) && arithmetic(right) && left->is_fltpt() != right->is_fltpt())
-            fail("ASG of %s to %s", right->printstr().c_str(), left->printstr().c_str());
-    }
+    if (const std::string fault = node_fault(node); !fault.empty()) fail("%s", fault.c_str());
 }
 
 void VERIFIER::stamp_symbols(SYMTAB* list) {

@@ -19,12 +19,8 @@
 //   T3  Transfers, labels, cases and definitions of labels stand only where statements have them; IF has its
 //   two
 //       labels, SWITCH a list of CASE with a DEFAULT at the end.
-//   T4  Under an assignment's left, UAND and STDOT stands an lvalue; UMULT and STREF have a pointer; the
-//       member of STDOT and STREF is a FIELD whose member belongs to its aggregate.
-//   T5  Both operands of an arithmetic operator and of a comparison have the operation's representation, and
-//   a
-//       comparison has an integer result.
-//   T6  Every symbol of a NAME is global or on the function's lists.
+//   T4  A node makes sense by itself: places in memory, pointers, members, representations (tree_check.h).
+//   T5  Every symbol of a NAME is global or on the function's lists.
 
 #ifndef OPT5_VERIFY_H
 #define OPT5_VERIFY_H

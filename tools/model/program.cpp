@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 
 namespace model {
 
@@ -11,7 +12,7 @@ namespace {
 // Builds the program as the file is read.
 class reader final : public IF_CLIENT {
   public:
-    explicit reader(program& target) : p(target) {}
+    reader(program& target, const std::string& file_name) : p(target), name(file_name) {}
 
     BASE_NODE* cl_new_node(int op, TYPE* type) override { return p.nodes.new_tree(op, type); }
 
@@ -87,9 +88,11 @@ class reader final : public IF_CLIENT {
 
   private:
     program& p;
-    function* current = nullptr;
+    const std::string& name;
+    function* current = nullptr; // null outside functions, and in a function of instructions
 
     body_item& item(body_item::kind what, const PSN* psn) {
+        if (current == nullptr) if_fatal(name + ": a statement in a function of instructions");
         body_item& made = current->body.emplace_back();
         made.what = what;
         made.has_psn = psn != nullptr;
@@ -109,17 +112,23 @@ bool program::read(const std::string& file_name, std::string& error) {
         error = file_name + ": " + std::strerror(errno);
         return false;
     }
-    reader client(*this);
-    I_FILE* file = I_FILE::if_open(stream, &client, file_name.c_str());
+    return read(stream, file_name, error);
+}
+
+bool program::read(std::FILE* stream, const std::string& name, std::string& error) {
+    // Both are given back even when a hook of if_fatal leaves the call.
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> owned(stream, std::fclose);
+    reader client(*this, name);
+    const auto close = [](I_FILE* file) { I_FILE::if_close(file, true); };
+    std::unique_ptr<I_FILE, decltype(close)> file(I_FILE::if_open(stream, &client, name.c_str()), close);
     if (file == nullptr) {
-        std::fclose(stream);
-        error = file_name + ": not an intermediate file";
+        error = name + ": not an intermediate file";
         return false;
     }
+    owned.release(); // the file closes it
     producer = file->producer();
     file->if_type_init(&types);
     file->if_read_file();
-    I_FILE::if_close(file, true);
     return true;
 }
 

@@ -58,6 +58,8 @@ class program {
     // Reads the file of that name. False, with one line in `error`, when it cannot be opened or its header
     // is not that of an intermediate file; faults further in end the run (if_fatal).
     bool read(const std::string& file_name, std::string& error);
+    // The same from an open stream, which it closes in every case. `name` stands in messages.
+    bool read(std::FILE* stream, const std::string& name, std::string& error);
 
     pool nodes;
     TYPE_PKG types;

@@ -1,0 +1,10 @@
+#ifndef _ERRNO_H
+#define _ERRNO_H
+
+extern int errno;
+
+#define EDOM 33
+#define ERANGE 34
+#define EILSEQ 84
+
+#endif
