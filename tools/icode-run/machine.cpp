@@ -119,7 +119,7 @@ void machine::push_frame(std::uint32_t function, const call_site* site, std::uin
 
     f.fp = align_up(sp_ + LINKAGE, fn.frame_align);
     if (std::uint64_t{f.fp} + fn.frame_units + 1 > mem.stack_limit()) throw fault{"out of stack"};
-    std::memcpy(mem.state(f.fp), fn.frame_shadow.data(), fn.frame_shadow.size());
+    std::copy(fn.frame_shadow.begin(), fn.frame_shadow.end(), mem.state(f.fp));
     if (fn.variadic) place_further_arguments(fn, *site, f);
 
     std::uint64_t* r = registers_.data() + f.base;
