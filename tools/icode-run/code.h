@@ -1,182 +1,269 @@
-// The runner's code: what bodies are lowered to before anything runs.
+// The code that bodies are lowered to: a register machine.
 //
-// A register machine: each function has its own registers. Register 0 holds zero; then come the addresses of
-// locals in memory, the address-free scalars, and temporaries. An instruction counts towards one class of
-// operators, or none.
+// Every function has its own registers, numbered from 0: first the arriving arguments, then the locals that
+// need no memory, then temporaries. Operands a, b and c of an instruction are register numbers unless the
+// table below says otherwise; `a` is the destination of everything that has one, so that the lowering can let
+// an operator write straight into a local. Branch targets are instruction numbers in c.
 
-#ifndef TOOLS_ICODE_RUN_CODE_H
-#define TOOLS_ICODE_RUN_CODE_H
+#ifndef ICODE_RUN_CODE_H
+#define ICODE_RUN_CODE_H
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
-#include <stdexcept>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
-#include "tools/icode-run/values.h"
-#include "tools/model/program.h"
+#include "tools/icode-run/scalar.h"
 
-enum class COUNT : std::uint8_t {
-    NONE,
-    ARITHMETIC,
-    COMPARE,
-    CONVERT,
-    LOAD,
-    STORE,
-    ADDRESS,
-    MOVE,
-    BRANCH,
-    CALL,
+namespace model {
+struct function;
+}
+
+namespace run {
+
+using address = std::uint32_t; // counts 16-bit units
+
+// Classes of executed operators.
+enum op_class : std::uint8_t {
+    ARITHMETIC_OP,
+    COMPARE_OP,
+    CONVERT_OP,
+    LOAD_OP,
+    STORE_OP,
+    ADDRESS_OP,
+    MOVE_OP,
+    BRANCH_OP,
+    CALL_OP,
     CLASSES
 };
+extern const char* const class_names[CLASSES];
+using class_counts = std::array<std::uint64_t, CLASSES>;
 
-enum class CODE : std::uint8_t {
-    MOVE,  // dst = a
-    CONST, // dst = imm
-    ADD,
-    SUB,
-    MUL,
-    DIV,
-    MOD,
-    AND,
-    OR,
-    XOR,
-    SHL,
-    SHR,  // dst = a op b; with imm: b is the constant
-    ADDI, // dst = a + imm
-    NEG,
-    NOT,
-    ABS,
-    SQRT,
-    RECIP,
-    CONV, // dst = a converted from kind2 to kind
-    EQ,
-    NE,
-    LT,
-    LE,
-    GT,
-    GE,      // dst = a op b (integers by kind, floats ordered)
-    FCMP,    // dst = outcome of the float comparison is in the set `imm` (1 equal, 2 less, 4 greater, 8
-             // unordered)
-    ISZERO,  // dst = a is zero
-    NONZERO, // dst = a is not zero
-    LOAD,    // dst = [a + imm]
-    STORE,   // [a + imm] = b
-    LOADF,   // bit-field: dst = field `imm` of function at [a]
-    STOREF,  // bit-field: [a].field imm = b; dst = the field's new value
-    JUMP,    // to imm
-    JZERO,   // to imm if a is zero
-    JNONZERO,
-    SWITCH, // by table imm of the function, on a
-    CALL,   // dst = call site imm, function address in a (or direct)
-    RET,    // value in a
-    RETVOID,
-    RETSTRUCT, // address in a, imm units
-    COPY,      // [a] = [b], imm units
-    INTRINSIC, // dst = intrinsic of call site imm
-    NASSERT,   // fault if a is zero
-    CHECK,     // fault if register a was never set
-    DEFINE,    // register a is set
-    FELLOFF    // end of a body without a return
+// Families of instructions. In a family the second operand c is a register (_RR) or a 32-bit signed constant
+// (_RI). The arithmetic that can leave its width exists once per width; other widths use W64 and NORM.
+#define RUN_WIDTHS(X, NAME)                                                                                  \
+    X(NAME, S16, std::int16_t)                                                                               \
+    X(NAME, U16, std::uint16_t)                                                                              \
+    X(NAME, S32, std::int32_t)                                                                               \
+    X(NAME, U32, std::uint32_t)                                                                              \
+    X(NAME, W64, std::uint64_t)
+#define RUN_WRAPPING(X) RUN_WIDTHS(X, ADD) RUN_WIDTHS(X, SUB) RUN_WIDTHS(X, MUL) RUN_WIDTHS(X, SHL)
+#define RUN_COMPARISONS(X)                                                                                   \
+    X(EQ, ==, std::uint64_t)                                                                                 \
+    X(NE, !=, std::uint64_t)                                                                                 \
+    X(LTS, <, std::int64_t)                                                                                  \
+    X(LES, <=, std::int64_t)                                                                                 \
+    X(GTS, >, std::int64_t)                                                                                  \
+    X(GES, >=, std::int64_t)                                                                                 \
+    X(LTU, <, std::uint64_t)                                                                                 \
+    X(LEU, <=, std::uint64_t)                                                                                \
+    X(GTU, >, std::uint64_t)                                                                                 \
+    X(GEU, >=, std::uint64_t)
+
+enum comparison : std::uint8_t {
+#define X(name, op, type) IS_##name,
+    RUN_COMPARISONS(X)
+#undef X
 };
 
-struct instruction {
-    CODE code;
-    KIND kind = KIND::I16;
-    KIND kind2 = KIND::I16;
-    COUNT count = COUNT::NONE;
-    bool has_imm = false; // operand b is imm
-    bool is_volatile = false;
-    std::uint32_t dst = 0;
+enum opcode : std::uint16_t {
+    SEGMENT,   // a run of code without entry or exit begins: counts `a` operators; c its number
+    MOVE_REG,  // a = b
+    CONSTANT,  // a = the 64 bits of b (low) and c
+    NORM,      // a = b extended from x (see `width_word`)
+    FRAME,     // a = address of frame offset c
+    FRAME_SUM, // a = address of frame offset c, plus b
+#define X(name, width, type) name##_##width##_RR, name##_##width##_RI,
+    RUN_WRAPPING(X)
+#undef X
+        AND_RR,
+    AND_RI,
+    OR_RR,
+    OR_RI,
+    XOR_RR,
+    XOR_RI,
+    SHIFT_CHECK, // a fault unless b, a count as signed value, is from 0 to x - 1
+    SHRS_RR,     // arithmetic shift right
+    SHRS_RI,
+    SHRU_RR, // logical shift right
+    SHRU_RI,
+    DIVS, // a = b / c, of x
+    DIVU,
+    MODS,
+    MODU,
+    NEG, // a = -b, of x
+    NOT, // a = ~b, of x
+    ABS_INT,
+    SCALE_DOWN, // a = b / constant c, signed, of x
+#define X(name, op, type) SET_##name##_RR, SET_##name##_RI,
+    RUN_COMPARISONS(X)
+#undef X
+#define X(name, op, type) BR_##name##_RR, BR_##name##_RI, // compares a with b (register or constant)
+        RUN_COMPARISONS(X)
+#undef X
+            JUMP,
+    JUMP_ZERO, // on a
+    JUMP_NONZERO,
+    SWITCH_JUMP, // on a by table c
+    FADD,
+    FSUB,
+    FMUL,
+    FDIV,
+    FNEG,
+    FABS,
+    FSQRT,
+    FRECIP,
+    FCOMPARE,   // a = is the outcome of b against c in the set x
+    FJUMP,      // jumps to c when the outcome of a against b is in the set x
+    INT_TO_FLT, // a = b, of x
+    FLT_TO_INT, // a = b, to x
+    INT_TO_BOOL,
+    FLT_TO_BOOL,
+    // Loads and stores: by absolute address c, by frame offset c, or by pointer b plus c. Only the last form
+    // can miss an object; the others are emitted for places inside a named object.
+    LD_S16_A,
+    LD_S16_F,
+    LD_S16_P,
+    LD_U16_A,
+    LD_U16_F,
+    LD_U16_P,
+    LD_S32_A,
+    LD_S32_F,
+    LD_S32_P,
+    LD_U32_A,
+    LD_U32_F,
+    LD_U32_P,
+    LD_W64_A,
+    LD_W64_F,
+    LD_W64_P,
+    LD_ANY_P, // of x, any other width
+    ST_16_A,  // the value is a
+    ST_16_F,
+    ST_16_P,
+    ST_32_A,
+    ST_32_F,
+    ST_32_P,
+    ST_64_A,
+    ST_64_F,
+    ST_64_P,
+    ST_ANY_P, // of x
+    LD_FIELD, // a = bit-field c at pointer b
+    ST_FIELD, // bit-field c at pointer b = a
+    COPY,     // c units from pointer b to pointer a
+    COPY_REG, // c (a register) units from pointer b to pointer a; counts a load and a store a unit
+    ARG,      // argument number a of the next call is b
+    ARG_CONST,
+    CALL_DIRECT,  // function of call site c; a receives the result
+    CALL_POINTER, // function at address b
+    CALL_LIBRARY,
+    CALL_INTRINSIC,
+    RET, // without a value
+    RET_VALUE,
+    RET_COPY,    // a is the address of a structure of c units
+    ASSERT_TRUE, // a fault when a is zero
+    FAULT,       // with message c
+    TRACE,       // a volatile access of a at pointer b plus c; x a trace word
+    TRACE_MEM,   // the same, of what stands in memory there
+    CHECK_INIT,  // a fault when register b (named c) has not been stored to
+    MARK_INIT,   // register b has a value now
+    SCOPE_BEGIN, // scope c of the function begins: its objects live, without a value
+    SCOPE_END,
+    OPCODES
+};
+
+struct insn {
+    std::uint16_t op;
+    std::uint16_t x = 0;
     std::uint32_t a = 0;
     std::uint32_t b = 0;
-    std::int64_t imm = 0;
+    std::uint32_t c = 0;
 };
+
+// The x of width-dependent instructions.
+constexpr std::uint16_t width_word(unsigned bits, bool is_signed) {
+    return static_cast<std::uint16_t>(bits | (is_signed ? 0x100u : 0u));
+}
+inline std::uint64_t extend_word(std::uint64_t value, std::uint16_t x) {
+    return extend(value, x & 0xff, (x & 0x100) != 0);
+}
+// The x of TRACE: width, direction, and whether the value is an address.
+constexpr std::uint16_t trace_word(unsigned bits, bool write, bool is_address) {
+    return static_cast<std::uint16_t>(bits | (write ? 0x80u : 0u) | (is_address ? 0x100u : 0u));
+}
 
 struct bit_field {
-    std::uint32_t first; // unit offset of the first unit touched
-    std::uint32_t units; // units touched
-    unsigned shift;      // of the field in them
-    unsigned width;
-    KIND kind;
+    std::uint32_t unit = 0;     // added to the pointer
+    std::uint8_t first_bit = 0; // in that unit, from the least significant
+    std::uint8_t bits = 0;
+    bool is_signed = false;
 };
 
-struct call_argument {
-    std::uint32_t reg;
-    KIND kind;
-    std::uint32_t units; // of a structure, whose address is in reg; 0 for a scalar
-    std::uint32_t align; // units
+struct argument_info {
+    scalar rep;
+    std::uint32_t units = 0; // in memory
+    std::uint32_t align = 1; // units
 };
+
+struct library_function;
+struct intrinsic;
 
 struct call_site {
-    std::int32_t direct = -1;  // index of the callee among the functions, -1 when unknown
-    std::int32_t builtin = -1; // index of a library function, -1 when none
-    std::string name;          // of the callee or intrinsic where it is known
-    std::vector<call_argument> args;
-    KIND result = KIND::I16;
-    std::uint32_t result_units = 0; // of a structure result
-    std::uint32_t result_local = 0; // memory local that takes it
-    bool has_result = false;
+    std::uint32_t callee = 0; // index of a function, of CALL_DIRECT
+    const library_function* library = nullptr;
+    const run::intrinsic* builtin = nullptr;
+    std::vector<argument_info> args;
+    scalar result;
+    std::uint32_t result_offset = 0; // of a structure result: where the frame has room for it
+    std::uint32_t result_units = 0;
 };
 
 struct switch_table {
-    std::vector<std::pair<std::int64_t, std::uint32_t>> cases; // sorted by value
-    std::int64_t otherwise = -1;                               // -1: fall through
+    // Targets by value - first; the default otherwise. Empty when the values lie too far apart.
+    std::int64_t first = 0;
+    std::vector<std::uint32_t> dense;
+    // Else, sorted by value.
+    std::vector<std::pair<std::int64_t, std::uint32_t>> sorted;
+    std::uint32_t otherwise = 0;
 };
 
-struct parameter {
-    bool in_register = false;
-    std::uint32_t place = 0; // register, or memory local
-    KIND kind = KIND::I16;
-    std::uint32_t units = 0; // of a structure
-};
-
-struct memory_local {
-    std::string name; // "function:variable"
+// A local in memory.
+struct frame_object {
+    std::uint32_t offset; // units
     std::uint32_t units;
-    std::uint32_t align;
-    std::uint32_t address_register; // holds the address while the function runs
-};
-
-struct lowered_function {
     std::string name;
-    bool has_body = false;
-    std::vector<instruction> code;
-    std::vector<std::uint32_t> lines; // of each instruction
-    std::vector<memory_local> locals; // parameters in memory first
-    std::vector<parameter> params;
-    bool is_vararg = false;
+};
+
+// What begins and ends with a block; used when checking.
+struct scope_code {
+    std::vector<std::uint32_t> objects; // indexes of frame objects
+    std::vector<std::uint32_t> registers;
+};
+
+struct line_mark {
+    std::uint32_t pc; // from here on
+    const char* file; // null when unknown
+    unsigned line;
+};
+
+struct function_code {
+    std::string name;
+    std::vector<insn> code;
+    std::vector<line_mark> lines; // ascending
     std::uint32_t registers = 0;
+    std::vector<scalar> params;
+    std::uint32_t frame_units = 0;
+    std::uint32_t frame_align = 1;          // units
+    std::vector<std::uint8_t> frame_shadow; // initial state of the frame's units
+    std::vector<frame_object> objects;      // ascending offsets
+    bool variadic = false;                  // the frame object last in memory is the last named parameter
     std::vector<bit_field> fields;
+    std::vector<call_site> sites;
     std::vector<switch_table> switches;
-    std::vector<call_site> calls;
-    bool returns_struct = false;
+    std::vector<std::string> texts;
+    std::vector<scope_code> scopes;
 };
 
-// Thrown for a file that cannot be run: an operator without a meaning, a type of no known size.
-struct lowering_error : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// The program, lowered. Addresses of globals are fixed before bodies are lowered.
-class lowered_program {
-  public:
-    std::vector<lowered_function> functions;
-    std::unordered_map<const model::symbol*, std::int32_t> function_of; // index among the functions
-    std::unordered_map<const model::symbol*, std::uint32_t> address_of; // of globals and functions
-    std::unordered_map<std::uint32_t, std::int32_t> function_at;        // by address
-};
-
-class memory;
-
-// Lays out the globals in `space`, stores their initialisers, lowers all bodies. With `check`, reads of
-// registers are checked.
-void lower_program(const model::program& source, memory& space, bool check, lowered_program& out);
-
-// The representation of a scalar type; throws lowering_error for one without.
-KIND kind_of(TYPE* type);
-
-// The index of a library function, or -1.
-int find_builtin(const std::string& name);
+} // namespace run
 
 #endif

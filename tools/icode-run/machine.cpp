@@ -1,524 +1,295 @@
+// Frames, calls, jumps out of functions, and the ways a run ends. The execution loop is in loop.cpp.
+
 #include "tools/icode-run/machine.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
+
+namespace run {
 
 namespace {
 
-constexpr std::uint32_t FRAME_UNITS = 2; // what a call takes of the stack besides its locals
-constexpr std::size_t MAX_NESTING = 64;  // call-backs inside call-backs
+constexpr std::size_t MAX_REGISTERS = std::size_t{1} << 25;
+constexpr unsigned MAX_NATIVE_DEPTH = 500; // calls of the program by the library, one inside another
+constexpr std::uint32_t LINKAGE = 2;       // units that every frame takes beside its objects
 
-bool is_builtin(const call_site& site, const char* name) { return site.name == name; }
-
-int float_outcome(float a, float b) { return a == b ? 1 : a < b ? 2 : a > b ? 4 : 8; }
+address align_up(address at, std::uint32_t align) { return (at + align - 1) / align * align; }
 
 } // namespace
 
-machine::machine(lowered_program& program, memory& space, const options& choice)
-    : program_(program), space_(space), options_(choice), registers_(1024, 0),
-      defined_(choice.check ? registers_.size() : 0, 0) {}
+const char* const class_names[CLASSES] = {"arithmetic", "compare", "convert", "load", "store",
+                                          "address",    "move",    "branch",  "call"};
+
+machine::machine(image& image, const program_code& code, const run_options& options)
+    : program(image), mem(image.mem), code_(code), options_(options), registers_(1 << 12),
+      arguments_(std::max(code.most_arguments, 8u)), executed_(code.segments.size()), sp_(mem.stack_base()) {
+    if (options.check) has_value_.resize(registers_.size());
+    frames_.reserve(64);
+}
+
+class_counts machine::counts() const {
+    class_counts sum{};
+    for (std::size_t s = 0; s < executed_.size(); s++)
+        for (unsigned c = 0; c < CLASSES; c++) sum[c] += executed_[s] * code_.segments[s][c];
+    sum[LOAD_OP] += copied_units_;
+    sum[STORE_OP] += copied_units_;
+    return sum;
+}
+
+int machine::run_main(std::uint32_t main_function, const std::vector<std::string>& arguments) {
+    int status = 0;
+    try {
+        try {
+            const function_code& fn = code_.functions[main_function];
+            call_site site;
+            site.result = program.model.plain_int;
+            if (!fn.params.empty()) {
+                // The strings, then the vector of their addresses with a null behind.
+                const std::uint32_t each = (program.model.pointer.bits + 15) / 16;
+                const auto n = static_cast<std::uint32_t>(arguments.size());
+                const address vector = mem.allocate((n + 1) * each, sp_);
+                if (vector == 0) throw fault{"out of memory"};
+                for (std::uint32_t i = 0; i < n; i++) {
+                    const address text =
+                        mem.allocate(static_cast<std::uint32_t>(arguments[i].size()) + 1, sp_);
+                    if (text == 0) throw fault{"out of memory"};
+                    mem.put_text(text, arguments[i]);
+                    mem.store(vector + i * each, program.model.pointer.bits, text);
+                }
+                mem.store(vector + n * each, program.model.pointer.bits, 0);
+                arguments_[0] = n;
+                arguments_[1] = vector;
+                site.args = {{program.model.plain_int, 1, 1}, {program.model.pointer, each, 1}};
+            }
+            status = static_cast<int>(call_function(main_function, site) & 0xff);
+        } catch (const program_exit& e) {
+            status = e.status;
+        }
+        // What atexit registered, the newest first; it may register more, or exit anew.
+        while (!exit_functions.empty()) {
+            const address next = exit_functions.back();
+            exit_functions.pop_back();
+            while (!frames_.empty()) pop_frame();
+            native_depth_ = 0;
+            try {
+                call_back(next, nullptr, nullptr, 0, {});
+            } catch (const program_exit& e) {
+                status = e.status;
+            }
+        }
+    } catch (const fault& f) {
+        return end_with_fault(f.what);
+    } catch (const jump&) {
+        return end_with_fault("longjmp into a function that has returned");
+    }
+    out.flush();
+    return status & 0xff;
+}
+
+int machine::end_with_fault(const std::string& what) {
+    out.flush();
+    std::fprintf(stderr, "icode-run: %s: %s\n", place().c_str(), what.c_str());
+    return 3;
+}
 
 std::string machine::place() const {
     if (frames_.empty()) return "?:0";
     const frame& f = frames_.back();
-    const std::size_t at = f.pc == 0 ? 0 : f.pc - 1;
-    return f.function->name + ":" + std::to_string(at < f.function->lines.size() ? f.function->lines[at] : 0);
+    const auto pc = static_cast<std::uint32_t>(f.ip - f.fn->code.data());
+    // `ip` has moved past the instruction at fault.
+    auto behind = std::lower_bound(f.fn->lines.begin(), f.fn->lines.end(), pc,
+                                   [](const line_mark& m, std::uint32_t at) { return m.pc < at; });
+    const unsigned line = behind == f.fn->lines.begin() ? 0 : std::prev(behind)->line;
+    return f.fn->name + ":" + std::to_string(line);
 }
 
-void machine::trace_access(bool store, std::uint32_t address, unsigned bits, std::int64_t value) {
-    if (options_.trace == nullptr) return;
-    const std::uint64_t shown = bits >= 64
-                                    ? static_cast<std::uint64_t>(value)
-                                    : static_cast<std::uint64_t>(value) & ((std::uint64_t{1} << bits) - 1);
-    std::fprintf(options_.trace, "%c %s %u %llx\n", store ? 'W' : 'R', space_.describe(address).c_str(), bits,
-                 static_cast<unsigned long long>(shown));
-}
+void machine::push_frame(std::uint32_t function, const call_site* site, std::uint32_t dst, bool native) {
+    const function_code& fn = code_.functions[function];
+    const std::size_t given = site->args.size();
+    if (given < fn.params.size()) throw fault{"call of " + fn.name + " with too few arguments"};
 
-void machine::copy(std::uint32_t to, std::uint32_t from, std::uint32_t units, bool is_volatile) {
-    space_.copy(to, from, units);
-    counts_[static_cast<std::size_t>(COUNT::LOAD)] += units;
-    counts_[static_cast<std::size_t>(COUNT::STORE)] += units;
-    if (!is_volatile) return;
-    for (std::uint32_t i = 0; i < units; i++) trace_access(true, to + i, 16, *space_.at(to + i));
-}
+    frame f{&fn, fn.code.data(), 0, 0, fn.frame_units, dst, site, next_serial_++, native};
+    if (!frames_.empty()) f.base = frames_.back().base + frames_.back().fn->registers;
+    const std::size_t needed = f.base + fn.registers;
+    if (needed > registers_.size()) {
+        if (needed > MAX_REGISTERS) throw fault{"out of stack"};
+        registers_.resize(std::max(needed, registers_.size() * 2));
+        if (options_.check) has_value_.resize(registers_.size());
+    }
 
-void machine::no_function(const call_site& site) {
-    throw program_fault(site.name.empty() ? std::string("call of no function")
-                                          : "call of " + site.name + ", which is not there");
-}
+    f.fp = align_up(sp_ + LINKAGE, fn.frame_align);
+    if (std::uint64_t{f.fp} + fn.frame_units + 1 > mem.stack_limit()) throw fault{"out of stack"};
+    std::copy(fn.frame_shadow.begin(), fn.frame_shadow.end(), mem.state(f.fp));
+    if (fn.variadic) place_further_arguments(fn, *site, f);
 
-// Makes the callee's frame: its registers behind the caller's, its locals on the stack, its parameters
-// stored.
-void machine::enter(const lowered_function& callee, const call_site& site, const std::int64_t* arguments,
-                    std::uint32_t dst, std::uint32_t result) {
-    if (!callee.has_body) no_function(site);
-    if (site.args.size() < callee.params.size())
-        throw program_fault("call of " + callee.name + " with too few arguments");
-    frame f{};
-    f.function = &callee;
-    f.stack = space_.stack_mark();
-    f.dst = dst;
-    f.result_kind = site.result;
-    f.has_result = site.has_result;
-    f.result = result;
-    f.base = frames_.empty() ? 0 : frames_.back().base + frames_.back().function->registers;
-    if (registers_.size() < f.base + callee.registers) {
-        registers_.resize(2 * (f.base + callee.registers), 0);
-        if (options_.check) defined_.resize(registers_.size(), 0);
+    std::uint64_t* r = registers_.data() + f.base;
+    for (std::size_t i = 0; i < fn.params.size(); i++) {
+        const scalar& wanted = fn.params[i];
+        const scalar& has = site->args[i].rep;
+        r[i] = wanted.same_image(has) || !wanted.has_value() || wanted.is_float()
+                   ? arguments_[i]
+                   : extend(arguments_[i], wanted);
     }
-    space_.reserve_stack(FRAME_UNITS);
-    std::int64_t* to = registers_.data() + f.base;
-    to[0] = 0;
-    if (options_.check) std::fill_n(defined_.begin() + f.base, callee.registers, std::uint8_t{0});
-
-    // The arguments behind the last named one follow it in memory.
-    std::vector<std::uint32_t> extra_at;
-    std::uint32_t vararg_units = 0;
-    if (callee.is_vararg && !callee.params.empty()) {
-        const parameter& last = callee.params.back();
-        std::uint32_t at = last.in_register ? 0 : callee.locals[last.place].units;
-        for (std::size_t i = callee.params.size(); i < site.args.size(); i++) {
-            const call_argument& arg = site.args[i];
-            const std::uint32_t size = arg.units != 0 ? arg.units : units_of(arg.kind);
-            const std::uint32_t align = std::max(1u, arg.align);
-            at = (at + align - 1) / align * align;
-            extra_at.push_back(at);
-            at += size;
-        }
-        vararg_units = at;
+    if (options_.check) {
+        std::memset(has_value_.data() + f.base, 0, fn.registers);
+        std::memset(has_value_.data() + f.base, 1, fn.params.size());
     }
-    for (std::size_t i = 0; i < callee.locals.size(); i++) {
-        const memory_local& local = callee.locals[i];
-        const bool takes_extras =
-            vararg_units != 0 && !callee.params.back().in_register && callee.params.back().place == i;
-        const std::uint32_t at =
-            space_.push_local(&local.name, takes_extras ? std::max(vararg_units, local.units) : local.units,
-                              takes_extras ? std::max(local.align, 2u) : local.align);
-        to[local.address_register] = at;
-    }
-    for (std::size_t i = 0; i < callee.params.size(); i++) {
-        const parameter& p = callee.params[i];
-        const call_argument& arg = site.args[i];
-        const std::int64_t given = arguments[i];
-        if (p.units != 0) {
-            if (arg.units == 0)
-                throw program_fault("call of " + callee.name + " with a scalar for a structure");
-            space_.copy(static_cast<std::uint32_t>(to[callee.locals[p.place].address_register]),
-                        static_cast<std::uint32_t>(given), std::min(p.units, arg.units));
-            continue;
-        }
-        const std::int64_t v = convert(arg.kind, p.kind, given);
-        if (p.in_register) {
-            to[p.place] = v;
-            if (options_.check) defined_[f.base + p.place] = 1;
-        } else {
-            space_.store(p.kind, static_cast<std::uint32_t>(to[callee.locals[p.place].address_register]), v);
-        }
-    }
-    for (std::size_t i = 0; i < extra_at.size(); i++) {
-        const call_argument& arg = site.args[callee.params.size() + i];
-        const std::int64_t given = arguments[callee.params.size() + i];
-        const std::uint32_t at =
-            static_cast<std::uint32_t>(to[callee.locals[callee.params.back().place].address_register]) +
-            extra_at[i];
-        if (arg.units != 0)
-            space_.copy(at, static_cast<std::uint32_t>(given), arg.units);
-        else
-            space_.store(arg.kind, at, given);
-    }
+    sp_ = f.fp + f.units;
     frames_.push_back(f);
 }
 
-void machine::leave() {
-    space_.release(frames_.back().stack);
+// Arguments behind the last named one follow it in memory, each aligned for its type.
+void machine::place_further_arguments(const function_code& fn, const call_site& site, frame& f) {
+    address end = f.fp + fn.frame_units;
+    for (std::size_t i = fn.params.size(); i < site.args.size(); i++) {
+        const argument_info& info = site.args[i];
+        const address at = align_up(end, std::max(info.align, 1u));
+        if (std::uint64_t{at} + info.units + 1 > mem.stack_limit()) throw fault{"out of stack"};
+        std::memset(mem.state(at), UNIT_READ | UNIT_WRITE, info.units);
+        if (info.rep.is_aggregate())
+            mem.copy(at, static_cast<address>(arguments_[i]), info.units);
+        else if (info.rep.has_value())
+            mem.store(at, info.rep.bits, arguments_[i]);
+        end = at + info.units;
+    }
+    f.units = end - f.fp;
+}
+
+void machine::pop_frame() {
+    const frame& f = frames_.back();
+    mem.release(f.fp, f.units);
     frames_.pop_back();
+    sp_ = frames_.empty() ? mem.stack_base() : frames_.back().fp + frames_.back().units;
 }
 
-// --- setjmp and longjmp. The buffer holds the number of the place, from 1.
-
-void machine::set_jump(std::uint32_t buffer, std::uint32_t pc, std::uint32_t dst) {
-    // Places in frames that are gone serve nobody any more.
-    while (!jumps_.empty() && jumps_.back().depth > frames_.size()) jumps_.pop_back();
-    jumps_.push_back({frames_.size(), loops_, pc, dst});
-    space_.store(KIND::U32, buffer, static_cast<std::int64_t>(jumps_.size()));
+std::uint64_t machine::call_function(std::uint32_t function, const call_site& site) {
+    if (native_depth_ >= MAX_NATIVE_DEPTH) throw fault{"out of stack"};
+    push_frame(function, &site, 0, true);
+    native_depth_++;
+    const std::uint64_t value = execute();
+    native_depth_--;
+    return value;
 }
 
-void machine::long_jump(std::uint32_t buffer, std::int64_t value) {
-    const auto number = static_cast<std::size_t>(space_.load(KIND::U32, buffer));
-    if (number == 0 || number > jumps_.size())
-        throw program_fault("longjmp to a place that setjmp never gave");
-    const jump_target target = jumps_[number - 1];
-    if (target.depth > frames_.size()) throw program_fault("longjmp into a function that has returned");
-    if (target.loop != loops_) throw program_fault("longjmp out of a function that the library called");
-    while (frames_.size() > target.depth) leave();
-    frame& f = frames_.back();
-    f.pc = target.pc;
-    registers_[f.base + target.dst] = value == 0 ? 1 : value;
-}
-
-// --- Execution.
-
-std::int64_t machine::call_back(std::uint32_t address, const std::vector<std::int64_t>& arguments) {
-    const auto found = program_.function_at.find(address);
+std::uint64_t machine::call_back(address function, const argument_info* infos, const std::uint64_t* values,
+                                 std::size_t count, const scalar& result) {
+    const global_place* target = program.function_at(function);
+    if (target == nullptr) throw fault{"call of no function"};
     call_site site;
-    if (found == program_.function_at.end()) no_function(site);
-    const lowered_function& callee = program_.functions[static_cast<std::size_t>(found->second)];
-    if (loops_ >= MAX_NESTING) throw program_fault("out of stack");
-    site.name = callee.name;
-    site.args.assign(arguments.size(), {0, KIND::U16, 0, 1});
-    site.has_result = true;
-    enter(callee, site, arguments.data(), 0, 0);
-    loops_++;
-    const std::int64_t result = execute(frames_.size());
-    loops_--;
-    return result;
+    site.args.assign(infos, infos + count);
+    site.result = result;
+    if (arguments_.size() < count) arguments_.resize(count);
+    std::copy(values, values + count, arguments_.begin());
+    if (target->kind == global_place::LIBRARY && target->library->what == special::NONE)
+        return call_library(site, *target->library);
+    if (target->kind != global_place::FUNCTION)
+        throw fault{"call of " + *target->name + ", which is not there"};
+    return call_function(target->function, site);
 }
 
-int machine::run_main(const std::vector<std::string>& arguments) {
-    const lowered_function* entry = nullptr;
-    std::uint32_t address = 0;
-    for (const auto& [at, index] : program_.function_at)
-        if (program_.functions[static_cast<std::size_t>(index)].name == "main" &&
-            program_.functions[static_cast<std::size_t>(index)].has_body) {
-            entry = &program_.functions[static_cast<std::size_t>(index)];
-            address = at;
-        }
-    if (entry == nullptr) throw program_fault("the program has no main");
-    std::vector<std::int64_t> values;
-    if (!entry->params.empty()) {
-        // argv and its texts are objects like any other.
-        std::vector<std::uint32_t> texts;
-        for (const std::string& text : arguments) {
-            const std::uint32_t at = space_.allocate(static_cast<std::uint32_t>(text.size()) + 1);
-            if (at == 0) throw program_fault("out of memory");
-            for (std::size_t i = 0; i <= text.size(); i++)
-                *space_.at(at + static_cast<std::uint32_t>(i)) = static_cast<unsigned char>(text.c_str()[i]);
-            texts.push_back(at);
-        }
-        const std::uint32_t table = space_.allocate(static_cast<std::uint32_t>(texts.size()) + 1);
-        if (table == 0) throw program_fault("out of memory");
-        for (std::size_t i = 0; i < texts.size(); i++)
-            *space_.at(table + static_cast<std::uint32_t>(i)) = static_cast<std::uint16_t>(texts[i]);
-        *space_.at(table + static_cast<std::uint32_t>(texts.size())) = 0;
-        values = {static_cast<std::int64_t>(texts.size()), static_cast<std::int64_t>(table), 0};
-        values.resize(entry->params.size(), 0);
-    }
-    return static_cast<int>(call_back(address, values));
-}
-
-void machine::run_exit_functions() {
-    while (!exit_functions.empty()) {
-        const std::uint32_t address = exit_functions.back();
-        exit_functions.pop_back();
-        call_back(address, {});
-    }
-}
-
-// The values of a call's arguments, away from registers that the callee may move.
-void machine::gather(const call_site& site, const std::int64_t* registers) {
-    arguments_.clear();
-    for (const call_argument& arg : site.args) arguments_.push_back(registers[arg.reg]);
-}
-
-std::int64_t machine::execute(std::size_t bottom) {
-    frame* f = &frames_.back();
-    const instruction* code = f->function->code.data();
-    std::int64_t* r = registers_.data() + f->base;
-    std::uint32_t pc = f->pc;
-    // Steps are counted a block at a time, at jumps and calls.
-    std::uint64_t budget = options_.max_steps;
-
-    const auto reload = [&] {
-        f = &frames_.back();
-        code = f->function->code.data();
-        r = registers_.data() + f->base;
-        pc = f->pc;
-    };
-    const auto spend = [&] {
-        std::uint64_t total = 0;
-        for (std::size_t c = 1; c < counts_.size(); c++) total += counts_[c];
-        if (total > budget) throw program_fault("out of steps");
-    };
-    unsigned until_check = 1024;
-
+std::uint64_t machine::execute() {
+    const std::size_t depth = frames_.size();
+    const unsigned native = native_depth_;
     for (;;) {
-        const instruction& in = code[pc++];
-        counts_[static_cast<std::size_t>(in.count)]++;
-        const std::int64_t a = r[in.a];
-        const std::int64_t b = in.has_imm ? in.imm : r[in.b];
-        const auto fault_here = [&] { f->pc = pc; };
-        const auto result = [&](std::uint64_t v) { r[in.dst] = normalise(in.kind, v); };
-        const auto ua = static_cast<std::uint64_t>(a), ub = static_cast<std::uint64_t>(b);
-        switch (in.code) {
-            case CODE::MOVE: r[in.dst] = a; break;
-            case CODE::CONST: r[in.dst] = in.imm; break;
-            case CODE::ADD:
-                if (in.kind == KIND::F32)
-                    r[in.dst] = from_float(to_float(a) + to_float(b));
-                else
-                    result(ua + ub);
-                break;
-            case CODE::ADDI: result(ua + static_cast<std::uint64_t>(in.imm)); break;
-            case CODE::SUB:
-                if (in.kind == KIND::F32)
-                    r[in.dst] = from_float(to_float(a) - to_float(b));
-                else
-                    result(ua - ub);
-                break;
-            case CODE::MUL:
-                if (in.kind == KIND::F32)
-                    r[in.dst] = from_float(to_float(a) * to_float(b));
-                else
-                    result(ua * ub);
-                break;
-            case CODE::DIV:
-            case CODE::MOD:
-                if (in.kind == KIND::F32) {
-                    r[in.dst] = from_float(to_float(a) / to_float(b));
-                    break;
-                }
-                if (b == 0) {
-                    fault_here();
-                    throw program_fault("division by zero");
-                }
-                if (!is_signed(in.kind))
-                    result(in.code == CODE::DIV ? ua / ub : ua % ub);
-                else if (b == -1)
-                    result(in.code == CODE::DIV ? 0 - ua : 0);
-                else
-                    result(static_cast<std::uint64_t>(in.code == CODE::DIV ? a / b : a % b));
-                break;
-            case CODE::AND: result(ua & ub); break;
-            case CODE::OR: result(ua | ub); break;
-            case CODE::XOR: result(ua ^ ub); break;
-            case CODE::SHL:
-            case CODE::SHR:
-                if (b < 0 || b >= static_cast<std::int64_t>(bits_of(in.kind))) {
-                    fault_here();
-                    throw program_fault("shift count " + std::to_string(b) + " outside the type");
-                }
-                if (in.code == CODE::SHL)
-                    result(ua << b);
-                else
-                    result(is_signed(in.kind) ? static_cast<std::uint64_t>(a >> b) : ua >> b);
-                break;
-            case CODE::NEG:
-                if (in.kind == KIND::F32)
-                    r[in.dst] = from_float(-to_float(a));
-                else
-                    result(0 - ua);
-                break;
-            case CODE::NOT: result(~ua); break;
-            case CODE::ABS:
-                if (in.kind == KIND::F32)
-                    r[in.dst] = from_float(std::fabs(to_float(a)));
-                else
-                    result(a < 0 ? 0 - ua : ua);
-                break;
-            case CODE::SQRT: r[in.dst] = from_float(std::sqrt(to_float(a))); break;
-            case CODE::RECIP: r[in.dst] = from_float(1.0F / to_float(a)); break;
-            case CODE::CONV: r[in.dst] = convert(in.kind2, in.kind, a); break;
-            case CODE::EQ: r[in.dst] = normalise(in.kind, ua) == normalise(in.kind, ub); break;
-            case CODE::NE: r[in.dst] = normalise(in.kind, ua) != normalise(in.kind, ub); break;
-            case CODE::LT:
-            case CODE::LE:
-            case CODE::GT:
-            case CODE::GE: {
-                const std::int64_t x = normalise(in.kind, ua), y = normalise(in.kind, ub);
-                int order = 0;
-                if (in.kind == KIND::U64)
-                    order = static_cast<std::uint64_t>(x) < static_cast<std::uint64_t>(y) ? -1 : x != y;
-                else
-                    order = x < y ? -1 : x != y;
-                r[in.dst] = in.code == CODE::LT   ? order < 0
-                            : in.code == CODE::LE ? order <= 0
-                            : in.code == CODE::GT ? order > 0
-                                                  : order >= 0;
-                break;
-            }
-            case CODE::FCMP: r[in.dst] = (in.imm & float_outcome(to_float(a), to_float(r[in.b]))) != 0; break;
-            case CODE::ISZERO: r[in.dst] = in.kind == KIND::F32 ? to_float(a) == 0.0F : a == 0; break;
-            case CODE::NONZERO: r[in.dst] = in.kind == KIND::F32 ? to_float(a) != 0.0F : a != 0; break;
-            case CODE::LOAD: {
-                f->pc = pc;
-                const auto at = static_cast<std::uint32_t>(a + in.imm);
-                r[in.dst] = space_.load(in.kind, at);
-                if (in.is_volatile) trace_access(false, at, bits_of(in.kind), r[in.dst]);
-                break;
-            }
-            case CODE::STORE: {
-                f->pc = pc;
-                const auto at = static_cast<std::uint32_t>(a + in.imm);
-                space_.store(in.kind, at, r[in.b]);
-                if (in.is_volatile) trace_access(true, at, bits_of(in.kind), r[in.b]);
-                break;
-            }
-            case CODE::LOADF: {
-                f->pc = pc;
-                const bit_field& field = f->function->fields[static_cast<std::size_t>(in.imm)];
-                const auto at = static_cast<std::uint32_t>(a);
-                space_.check(at, field.units, false);
-                unsigned __int128 bits = 0;
-                for (unsigned i = 0; i < field.units; i++)
-                    bits |= static_cast<unsigned __int128>(*space_.at(at + i)) << (16 * i);
-                auto value = static_cast<std::uint64_t>(bits >> field.shift);
-                if (field.width < 64) {
-                    value &= (std::uint64_t{1} << field.width) - 1;
-                    if (is_signed(field.kind) && (value >> (field.width - 1)) != 0)
-                        value |= ~std::uint64_t{0} << field.width;
-                }
-                r[in.dst] = normalise(field.kind, value);
-                if (in.is_volatile) trace_access(false, at, field.width, r[in.dst]);
-                break;
-            }
-            case CODE::STOREF: {
-                f->pc = pc;
-                const bit_field& field = f->function->fields[static_cast<std::size_t>(in.imm)];
-                const auto at = static_cast<std::uint32_t>(a);
-                space_.check(at, field.units, true);
-                const auto given = static_cast<std::uint64_t>(r[in.b]);
-                unsigned __int128 mask =
-                    field.width >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << field.width) - 1;
-                unsigned __int128 bits = 0;
-                for (unsigned i = 0; i < field.units; i++)
-                    bits |= static_cast<unsigned __int128>(*space_.at(at + i)) << (16 * i);
-                bits = (bits & ~(mask << field.shift)) | ((given & mask) << field.shift);
-                for (unsigned i = 0; i < field.units; i++)
-                    *space_.at(at + i) = static_cast<std::uint16_t>(bits >> (16 * i));
-                auto value = static_cast<std::uint64_t>(given & mask);
-                if (field.width < 64 && is_signed(field.kind) && (value >> (field.width - 1)) != 0)
-                    value |= ~std::uint64_t{0} << field.width;
-                r[in.dst] = normalise(field.kind, value);
-                if (in.is_volatile) trace_access(true, at, field.width, r[in.dst]);
-                break;
-            }
-            case CODE::JUMP:
-            case CODE::JZERO:
-            case CODE::JNONZERO:
-                if (in.code == CODE::JUMP || (in.code == CODE::JZERO) == (a == 0)) {
-                    pc = static_cast<std::uint32_t>(in.imm);
-                    if (--until_check == 0) {
-                        until_check = 1024;
-                        f->pc = pc;
-                        spend();
-                    }
-                }
-                break;
-            case CODE::SWITCH: {
-                const switch_table& table = f->function->switches[static_cast<std::size_t>(in.imm)];
-                const auto found =
-                    std::lower_bound(table.cases.begin(), table.cases.end(), a,
-                                     [](const auto& entry, std::int64_t v) { return entry.first < v; });
-                if (found != table.cases.end() && found->first == a)
-                    pc = found->second;
-                else if (table.otherwise >= 0)
-                    pc = static_cast<std::uint32_t>(table.otherwise);
-                break;
-            }
-            case CODE::CALL: {
-                f->pc = pc;
-                const call_site& site = f->function->calls[static_cast<std::size_t>(in.imm)];
-                if (--until_check < 32) {
-                    until_check = 1024;
-                    spend();
-                }
-                std::int32_t callee = site.direct;
-                if (callee < 0 && site.builtin < 0) {
-                    const auto found = program_.function_at.find(static_cast<std::uint32_t>(a));
-                    if (found == program_.function_at.end()) no_function(site);
-                    callee = found->second;
-                }
-                int builtin = site.builtin;
-                if (callee >= 0 && !program_.functions[static_cast<std::size_t>(callee)].has_body) {
-                    builtin = find_builtin(program_.functions[static_cast<std::size_t>(callee)].name);
-                    if (builtin < 0) {
-                        call_site named = site;
-                        named.name = program_.functions[static_cast<std::size_t>(callee)].name;
-                        no_function(named);
-                    }
-                }
-                if (builtin < 0) {
-                    gather(site, r);
-                    enter(program_.functions[static_cast<std::size_t>(callee)], site, arguments_.data(),
-                          in.dst,
-                          site.result_units == 0
-                              ? 0
-                              : static_cast<std::uint32_t>(
-                                    r[f->function->locals[site.result_local].address_register]));
-                    reload();
-                    break;
-                }
-                if (is_builtin(site, "setjmp")) {
-                    if (site.args.empty()) throw program_fault("call of setjmp with too few arguments");
-                    set_jump(static_cast<std::uint32_t>(r[site.args[0].reg]), pc, in.dst);
-                    r[in.dst] = 0;
-                    break;
-                }
-                if (is_builtin(site, "longjmp")) {
-                    if (site.args.size() < 2) throw program_fault("call of longjmp with too few arguments");
-                    long_jump(static_cast<std::uint32_t>(r[site.args[0].reg]), r[site.args[1].reg]);
-                    reload();
-                    break;
-                }
-                gather(site, r);
-                const std::int64_t v = run_builtin(*this, builtin, site, arguments_);
-                f = &frames_.back();
-                r = registers_.data() + f->base;
-                if (site.has_result)
-                    r[in.dst] =
-                        site.result == KIND::F32 ? v : normalise(site.result, static_cast<std::uint64_t>(v));
-                break;
-            }
-            case CODE::INTRINSIC: {
-                f->pc = pc;
-                const call_site& site = f->function->calls[static_cast<std::size_t>(in.imm)];
-                gather(site, r);
-                const std::int64_t v = run_builtin(*this, site.builtin, site, arguments_);
-                if (site.has_result)
-                    r[in.dst] =
-                        site.result == KIND::F32 ? v : normalise(site.result, static_cast<std::uint64_t>(v));
-                break;
-            }
-            case CODE::RET:
-            case CODE::RETVOID:
-            case CODE::RETSTRUCT:
-            case CODE::FELLOFF: {
-                std::int64_t v = 0;
-                if (in.code == CODE::RET) v = a;
-                if (in.code == CODE::RETSTRUCT && f->result != 0) {
-                    f->pc = pc;
-                    space_.copy(f->result, static_cast<std::uint32_t>(a), static_cast<std::uint32_t>(in.imm));
-                }
-                const std::uint32_t dst = f->dst;
-                const bool has_result = f->has_result;
-                const KIND kind = f->result_kind;
-                const bool last = frames_.size() == bottom;
-                leave();
-                if (last) return v;
-                reload();
-                if (has_result)
-                    r[dst] = kind == KIND::F32 ? v : normalise(kind, static_cast<std::uint64_t>(v));
-                break;
-            }
-            case CODE::COPY:
-                f->pc = pc;
-                copy(static_cast<std::uint32_t>(a), static_cast<std::uint32_t>(r[in.b]),
-                     static_cast<std::uint32_t>(in.has_imm ? in.imm : r[in.dst]), in.is_volatile);
-                break;
-            case CODE::NASSERT:
-                if (a == 0) {
-                    fault_here();
-                    throw program_fault("violated assertion");
-                }
-                break;
-            case CODE::CHECK:
-                if (defined_[f->base + in.a] == 0) {
-                    fault_here();
-                    throw program_fault("local read before anything was stored in it");
-                }
-                break;
-            case CODE::DEFINE: defined_[f->base + in.a] = 1; break;
+        try {
+            return loop();
+        } catch (const jump& j) {
+            const jump_target& target = jump_targets_[j.target];
+            if (target.depth + 1 < depth) throw; // to a frame of an outer loop
+            while (frames_.size() > target.depth + 1) pop_frame();
+            native_depth_ = native;
+            frame& f = frames_.back();
+            f.ip = target.ip;
+            registers_[f.base + target.dst] =
+                target.result.has_value() ? extend(j.value, target.result) : j.value;
         }
     }
 }
+
+std::uint64_t machine::call_library(const call_site& site, const library_function& function) {
+    const std::size_t n = site.args.size();
+    if (n < function.arguments)
+        throw fault{"call of " + std::string(function.name) + " with too few arguments"};
+    // The function may call back, which overwrites the arguments.
+    constexpr std::size_t FEW = 12;
+    std::uint64_t few[FEW];
+    std::vector<std::uint64_t> many;
+    std::uint64_t* values = few;
+    if (n > FEW) {
+        many.resize(n);
+        values = many.data();
+    }
+    std::copy_n(arguments_.begin(), n, values);
+    library_call call(*this, site.args, values);
+    const std::uint64_t result = function.run(call);
+    if (site.result.is_float() || !site.result.has_value()) return result;
+    return extend(result, site.result);
+}
+
+void machine::set_jump(const call_site& site, std::uint32_t dst, const insn* next) {
+    if (site.args.empty()) throw fault{"call of setjmp with too few arguments"};
+    const auto buffer = static_cast<address>(arguments_[0]) & mem.mask();
+    auto [entry, is_new] =
+        jump_numbers_.try_emplace(buffer, static_cast<std::uint32_t>(jump_targets_.size()));
+    if (is_new) jump_targets_.emplace_back();
+    jump_targets_[entry->second] = {frames_.back().serial, frames_.size() - 1, next, dst, site.result};
+    mem.store(buffer, 16, entry->second + 1);
+}
+
+void machine::long_jump(address buffer, std::uint64_t value) {
+    const std::uint64_t number = mem.load(buffer, 16, false);
+    if (number == 0 || number > jump_targets_.size())
+        throw fault{"longjmp to a place that setjmp never gave"};
+    const jump_target& target = jump_targets_[number - 1];
+    if (target.depth >= frames_.size() || frames_[target.depth].serial != target.serial)
+        throw fault{"longjmp into a function that has returned"};
+    throw jump{static_cast<std::uint32_t>(number - 1), value == 0 ? 1 : value};
+}
+
+void machine::begin_scope(const function_code& fn, std::uint32_t scope, address fp, std::size_t base) {
+    for (std::uint32_t o : fn.scopes[scope].objects)
+        std::memset(mem.state(fp + fn.objects[o].offset), UNIT_WRITE, fn.objects[o].units);
+    for (std::uint32_t r : fn.scopes[scope].registers) has_value_[base + r] = 0;
+}
+
+void machine::end_scope(const function_code& fn, std::uint32_t scope, address fp) {
+    for (std::uint32_t o : fn.scopes[scope].objects)
+        mem.release(fp + fn.objects[o].offset, fn.objects[o].units);
+}
+
+std::string machine::name_of(address at) const {
+    if (at < mem.stack_base() || at >= sp_) {
+        const global_place* function = program.function_at(at);
+        return function != nullptr ? *function->name : mem.name_of(at);
+    }
+    auto f = std::upper_bound(frames_.begin(), frames_.end(), at,
+                              [](address a, const frame& x) { return a < x.fp; });
+    if (f == frames_.begin()) return "";
+    --f;
+    const address offset = at - f->fp;
+    auto object = std::upper_bound(f->fn->objects.begin(), f->fn->objects.end(), offset,
+                                   [](address a, const frame_object& o) { return a < o.offset; });
+    if (object == f->fn->objects.begin()) return "";
+    --object;
+    return f->fn->name + ":" + object->name + "+" + std::to_string(offset - object->offset);
+}
+
+// One line: direction, object and offset, width in bits, value. An address that leads to an object goes by
+// that object, so that another layout gives the same line.
+void machine::trace(std::uint16_t word, address at, std::uint64_t value) {
+    const unsigned bits = word & 0x7f;
+    const std::uint64_t shown = extend(value, bits, false);
+    std::string target;
+    if ((word & 0x100) != 0 && shown <= mem.mask()) target = name_of(static_cast<address>(shown));
+    if (target.empty()) {
+        char digits[20];
+        std::snprintf(digits, sizeof digits, "%llx", static_cast<unsigned long long>(shown));
+        target = digits;
+    }
+    std::string where = name_of(at & mem.mask());
+    if (where.empty()) where = "?";
+    std::fprintf(options_.trace, "%c %s %u %s\n", (word & 0x80) != 0 ? 'W' : 'R', where.c_str(), bits,
+                 target.c_str());
+}
+
+} // namespace run

@@ -1,116 +1,124 @@
-// The machine that executes lowered programs.
+// The machine: executes lowered code.
 
-#ifndef TOOLS_ICODE_RUN_MACHINE_H
-#define TOOLS_ICODE_RUN_MACHINE_H
+#ifndef ICODE_RUN_MACHINE_H
+#define ICODE_RUN_MACHINE_H
 
-#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "tools/icode-run/code.h"
-#include "tools/icode-run/memory.h"
+#include "tools/icode-run/image.h"
+#include "tools/icode-run/library.h"
+#include "tools/icode-run/output.h"
 
-// Thrown by exit and abort: the end of the run with that status.
+namespace run {
+
+// The lowered program.
+struct program_code {
+    std::vector<function_code> functions; // as in model::program
+    // By segment: what one pass through it executes.
+    std::vector<class_counts> segments;
+    std::uint32_t most_arguments = 0;
+};
+
+struct run_options {
+    bool check = false;
+    std::FILE* trace = nullptr;
+    std::uint64_t max_steps = UINT64_MAX;
+};
+
+// Thrown to end the program with a status from anywhere inside.
 struct program_exit {
     int status;
 };
 
 class machine {
   public:
-    struct options {
-        bool check = false;
-        std::uint64_t max_steps = UINT64_MAX;
-        std::FILE* trace = nullptr; // volatile accesses, one line each; null for none
-    };
+    machine(image& image, const program_code& code, const run_options& options);
 
-    machine(lowered_program& program, memory& space, const options& choice);
+    // Calls `main`, with the arguments when it takes them, then what atexit registered. Returns the exit
+    // status: main's value, 3 after a fault (with a line on standard error), or what exit was given.
+    int run_main(std::uint32_t main_function, const std::vector<std::string>& arguments);
 
-    // Runs main with those arguments; returns its value. Throws program_fault or program_exit.
-    int run_main(const std::vector<std::string>& arguments);
-    // Runs what atexit registered, last first.
-    void run_exit_functions();
+    std::uint64_t steps() const { return steps_; }
+    // Executed operators by class.
+    class_counts counts() const;
 
-    std::uint64_t count(COUNT c) const { return counts_[static_cast<std::size_t>(c)]; }
-    // "FUNCTION:LINE" of what runs now, for faults.
-    std::string place() const;
-
-    // For library functions: a call of a function of the program by its address.
-    std::int64_t call_back(std::uint32_t address, const std::vector<std::int64_t>& arguments);
-
-    memory& space() { return space_; }
-    std::vector<std::uint32_t> exit_functions;
+    // --- For the library.
+    image& program;
+    memory& mem;
+    output_stream out;
     std::uint32_t random_state = 1;
-    std::uint32_t token_cursor = 0; // of strtok
+    std::vector<address> exit_functions;
+    address token_rest = 0; // where strtok goes on
+
+    // Calls the function at that address and returns its value.
+    std::uint64_t call_back(address function, const argument_info* infos, const std::uint64_t* values,
+                            std::size_t count, const scalar& result);
+    [[noreturn]] void long_jump(address buffer, std::uint64_t value);
+    address stack_top() const { return sp_; }
 
   private:
     struct frame {
-        const lowered_function* function;
-        std::uint32_t pc;
-        std::uint32_t base;   // first register
-        memory::mark stack;   // of the caller
-        std::uint32_t dst;    // register of the caller that takes the value
-        std::uint32_t result; // address that takes a structure value
-        KIND result_kind;
-        bool has_result;
+        const function_code* fn;
+        const insn* ip;   // where it goes on; kept up to date only while it is not executing
+        std::size_t base; // of its registers
+        address fp;
+        std::uint32_t units; // of memory, further arguments included
+        std::uint32_t dst;   // the caller's register for the result
+        const call_site* site;
+        std::uint64_t serial;
+        bool native; // called by the library: returning ends the loop
     };
     struct jump_target {
-        std::size_t depth;
-        std::size_t loop;
-        std::uint32_t pc, dst;
+        std::uint64_t serial;
+        std::size_t depth; // of the frame, from 0
+        const insn* ip;
+        std::uint32_t dst;
+        scalar result;
+    };
+    struct jump { // thrown on the way to a target
+        std::uint32_t target;
+        std::uint64_t value;
     };
 
-    std::int64_t execute(std::size_t bottom);
-    // Makes the callee's frame. `result`: where a structure result goes, 0 for none.
-    void enter(const lowered_function& callee, const call_site& site, const std::int64_t* arguments,
-               std::uint32_t dst, std::uint32_t result);
-    void gather(const call_site& site, const std::int64_t* registers);
-    void leave();
-    void trace_access(bool store, std::uint32_t address, unsigned bits, std::int64_t value);
-    void copy(std::uint32_t to, std::uint32_t from, std::uint32_t units, bool is_volatile);
-    void set_jump(std::uint32_t buffer, std::uint32_t pc, std::uint32_t dst);
-    void long_jump(std::uint32_t buffer, std::int64_t value);
-    [[noreturn]] void no_function(const call_site& site);
+    void push_frame(std::uint32_t function, const call_site* site, std::uint32_t dst, bool native);
+    void pop_frame();
+    void place_further_arguments(const function_code& fn, const call_site& site, frame& f);
+    // Runs until the frame on top, a native one, has returned; gives its value.
+    std::uint64_t execute();
+    std::uint64_t loop();
+    std::uint64_t call_library(const call_site& site, const library_function& function);
+    std::uint64_t call_function(std::uint32_t function, const call_site& site);
+    void set_jump(const call_site& site, std::uint32_t dst, const insn* next);
+    void trace(std::uint16_t word, address at, std::uint64_t value);
+    void begin_scope(const function_code& fn, std::uint32_t scope, address fp, std::size_t base);
+    void end_scope(const function_code& fn, std::uint32_t scope, address fp);
+    // "name+offset" of the object that holds the unit, such that another layout gives the same.
+    std::string name_of(address at) const;
+    // Where the program is: function, line and file.
+    std::string place() const;
+    int end_with_fault(const std::string& what);
 
-    lowered_program& program_;
-    memory& space_;
-    options options_;
-    std::vector<std::int64_t> registers_;
-    std::vector<std::int64_t> arguments_; // of the call being made
-    std::vector<std::uint8_t> defined_;   // with check only
+    const program_code& code_;
+    const run_options options_;
+    std::vector<std::uint64_t> registers_;
+    std::vector<std::uint8_t> has_value_; // per register, when checking
     std::vector<frame> frames_;
-    std::size_t loops_ = 0; // nested executions, for call-backs
-    std::vector<jump_target> jumps_;
-    std::array<std::uint64_t, static_cast<std::size_t>(COUNT::CLASSES)> counts_{};
+    std::vector<std::uint64_t> arguments_; // of the call being made
+    std::vector<std::uint64_t> executed_;  // per segment
+    std::uint64_t steps_ = 0;
+    std::uint64_t copied_units_ = 0; // loads and stores of copies whose length is known only now
+    std::uint64_t next_serial_ = 1;
+    address sp_ = 0; // end of the newest frame
+    unsigned native_depth_ = 0;
+    std::vector<jump_target> jump_targets_;
+    std::unordered_map<address, std::uint32_t> jump_numbers_; // by buffer
 };
 
-// Where a library function finds its arguments, one after the other: at the call, or behind a va_list.
-class argument_source {
-  public:
-    argument_source(machine& m, const std::vector<call_argument>* args,
-                    const std::vector<std::int64_t>* values, std::size_t first)
-        : m_(m), args_(args), values_(values), next_(first) {}
-    argument_source(machine& m, std::uint32_t list) : m_(m), list_(list) {}
-
-    std::int64_t next(KIND kind);
-
-  private:
-    machine& m_;
-    const std::vector<call_argument>* args_ = nullptr;
-    const std::vector<std::int64_t>* values_ = nullptr;
-    std::size_t next_ = 0;
-    std::uint32_t list_ = 0;
-};
-
-// printf's work: the formatted text.
-std::string format_text(machine& m, const std::string& format, argument_source& args);
-
-// Runs library function `index` on those values of the call's arguments. They are taken by value, since a
-// library function can call functions of the program.
-std::int64_t run_builtin(machine& m, int index, const call_site& site, std::vector<std::int64_t> values);
-
-// The program's text up to its zero.
-std::string text_at(machine& m, std::uint32_t address);
+} // namespace run
 
 #endif
