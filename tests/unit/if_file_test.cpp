@@ -505,6 +505,12 @@ TEST(Versions, FieldsStandWhereTheVersionHasThem) {
         }
         const bytes data = f.eof().finish();
 
+        recorder header_only;
+        I_FILE* file = I_FILE::if_open(stream_of(data), &header_only, "old.ic");
+        ASSERT_NE(file, nullptr);
+        EXPECT_EQ(file->extra_word(), v >= -83 ? 7u : 0u);
+        I_FILE::if_close(file, true);
+
         model::program program;
         std::string error;
         std::FILE* stream = stream_of(data);
