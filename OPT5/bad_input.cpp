@@ -21,7 +21,6 @@ void bad_input(const PSN* psn, const char* format, ...) {
     if (o_file != nullptr) {
         I_FILE::if_close(o_file, true);
         o_file = nullptr;
-        std::remove(o_file_name);
     }
     std::exit(1);
 }

@@ -1,15 +1,17 @@
 // Opening and closing the run's files, and every way the run can end.
 //
 // The output is written beside its final name and renamed when it is complete, so that a run that fails on
-// its input leaves behind what was there before. A target that is no regular file (a device, a pipe) is
-// written directly.
+// its input leaves behind what was there before, and the input may be the output. Links are followed first.
+// A target that is no regular file is written directly; it must be able to seek, as the header comes last.
 
 #include "files.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <unordered_set>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,8 +56,11 @@ int remembered_argc = 0;
 char** remembered_argv = nullptr;
 int argument_cursor = 0;
 
-// The name that the output is written under until it is complete; empty once there is nothing to remove.
-char temporary_name[2048 + 16];
+// The name that the output is written under until it is complete; empty when there is nothing to remove. An
+// array, as signal handlers and exit handlers read it.
+char temporary_name[PATH_MAX + 32];
+// What the temporary replaces in the end: the output file's name with its links resolved.
+char output_target[PATH_MAX];
 
 void remove_temporary() {
     if (temporary_name[0] != '\0') unlink(temporary_name);
@@ -88,6 +93,8 @@ void set_name(char (&buffer)[2048], const char* name) {
 // --- Signals.
 
 void handle_signal(int signal) {
+    // Some signals end the process without the callback.
+    remove_temporary();
     const char* function = "<unknown>";
     if (plausible_pointer(currfunc) && plausible_pointer(currfunc->name)) function = currfunc->name;
     common_signal_handler(signal, remembered_argv != nullptr ? remembered_argv[0] : nullptr,
@@ -106,7 +113,6 @@ void end_logs(int signal) {
         std::fclose(finfo);
         finfo = nullptr;
     }
-    remove_temporary();
 }
 
 // --- Parts of open_files.
@@ -182,24 +188,46 @@ void open_info_file() {
     std::fprintf(finfo, "Build Number %s\n", OPTIMIZER_VERSION);
 }
 
+// A stream that writes into the target itself, or null with errno set.
+std::FILE* open_in_place() {
+    std::FILE* stream = std::fopen(o_file_name, "wb");
+    if (stream == nullptr || std::fseek(stream, 0, SEEK_CUR) == 0) return stream;
+    const int reason = errno;
+    std::fclose(stream);
+    errno = reason;
+    return nullptr;
+}
+
+// Opens a new file in the folder of `output_target`, with `mode` as its permissions, and sees to it that no
+// way of ending leaves it behind. Null with errno set on failure.
+std::FILE* open_temporary(mode_t mode) {
+    const std::string target = output_target;
+    const std::size_t slash = target.rfind('/');
+    char name[sizeof temporary_name];
+    std::snprintf(name, sizeof name, "%s.opt5-XXXXXX",
+                  slash == std::string::npos ? "" : target.substr(0, slash + 1).c_str());
+    const int descriptor = mkstemp(name);
+    if (descriptor < 0) return nullptr;
+    std::strcpy(temporary_name, name);
+    std::atexit(remove_temporary);
+    if (fchmod(descriptor, mode) != 0) return nullptr;
+    return fdopen(descriptor, "wb");
+}
+
 std::FILE* open_output() {
     struct stat status;
-    const bool in_place = stat(o_file_name, &status) == 0 && !S_ISREG(status.st_mode);
-    std::FILE* stream = nullptr;
-    if (in_place) {
-        stream = std::fopen(o_file_name, "wb");
-    } else {
+    if (stat(o_file_name, &status) == 0) {
+        if (!S_ISREG(status.st_mode)) return open_in_place();
         // What cannot be overwritten must not be replaced either.
-        if (access(o_file_name, F_OK) == 0 && access(o_file_name, W_OK) != 0) return nullptr;
-        char name[sizeof temporary_name];
-        std::snprintf(name, sizeof name, "%s.%ld.tmp", o_file_name, static_cast<long>(getpid()));
-        stream = std::fopen(name, "wb");
-        if (stream != nullptr) {
-            std::strcpy(temporary_name, name);
-            std::atexit(remove_temporary);
-        }
+        if (access(o_file_name, W_OK) != 0) return nullptr;
+        // A deleted file that still has a descriptor's name has no folder to put another into.
+        if (realpath(o_file_name, output_target) == nullptr) return open_in_place();
+        return open_temporary(status.st_mode & 07777);
     }
-    return stream;
+    std::strcpy(output_target, o_file_name);
+    const mode_t mask = umask(0);
+    umask(mask);
+    return open_temporary(0666 & ~mask);
 }
 
 } // namespace
@@ -221,15 +249,13 @@ void open_files(int argc, char** argv) {
     if (stream == nullptr) {
         std::fprintf(stderr, "\n>> Cannot Open Input icode File, %s : %s, Aborting\n", i_file_name,
                      std::strerror(errno));
-        if (positional == 0)
-            std::fprintf(stderr, "Usage: %s [-options] filename\n", option_obj::executable_name);
         std::exit(1);
     }
     errno = 0;
     i_file = I_FILE::if_open(stream, &opt_client, i_file_name);
     if (i_file == nullptr) {
         std::fclose(stream);
-        std::fprintf(stderr, "\n>> Error when opening input icode file : %s, Aborting\n",
+        std::fprintf(stderr, "\n>> Error when opening input icode file : %s: %s, Aborting\n", i_file_name,
                      errno != 0 ? std::strerror(errno) : "not an icode file that this version reads");
         std::exit(1);
     }
@@ -312,12 +338,20 @@ void open_debug_file(int fatal, const char* suffix) {
     if (fdebug != nullptr && suffix == nullptr) return;
     constexpr std::size_t MAX_STEM = 250;
     std::string name = with_extension(i_file_name, "");
-    if (suffix != nullptr) name += std::string(".") + suffix;
+    if (suffix != nullptr) {
+        // The name of a function may hold anything, but the file stays in the input's folder.
+        std::string part = suffix;
+        for (char& c : part)
+            if (c == '/') c = '_';
+        name += "." + part;
+    }
     if (name.size() > MAX_STEM) name.resize(MAX_STEM);
     name += ".odb";
     std::snprintf(bug_file_name, sizeof bug_file_name, "%s", name.c_str());
     if (fdebug != nullptr) std::fprintf(fdebug, ">>>> SWITCHING LOG TO %s\n", bug_file_name);
-    std::FILE* stream = std::fopen(bug_file_name, "w");
+    // A function comes back to its log behind every barrier.
+    static std::unordered_set<std::string> opened;
+    std::FILE* stream = std::fopen(bug_file_name, opened.insert(bug_file_name).second ? "w" : "a");
     if (stream == nullptr) {
         std::fprintf(stderr, "\n>> Cannot Open Debug File, %s : %s, Aborting\n", bug_file_name,
                      std::strerror(errno));
@@ -334,7 +368,7 @@ void close_files() {
     bool complete = o_file == nullptr || I_FILE::if_close(o_file, false) == 0;
     o_file = nullptr;
     if (complete && temporary_name[0] != '\0') {
-        complete = std::rename(temporary_name, o_file_name) == 0;
+        complete = std::rename(temporary_name, output_target) == 0;
         if (complete) temporary_name[0] = '\0';
     }
     if (!complete) {

@@ -3,9 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 #include <exception>
-#include <map>
 #include <new>
 #include <unordered_map>
 #include <vector>
@@ -72,6 +70,8 @@ void run_function_phase(SYMTAB* function) {
         step->run();
         steps_table.pop(function);
     }
+    // At a barrier the function's own log is closed, as there may be more functions than files can be open.
+    if (announced) end_function_log();
     currfuninfo = nullptr;
     currfunc = nullptr;
 }

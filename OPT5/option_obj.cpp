@@ -1,7 +1,7 @@
 #include "option_obj.h"
 
-#include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
@@ -68,11 +68,12 @@ const VALUE_ROW* find_value(int option, std::string_view word) {
     std::exit(1);
 }
 
+// Numbers are counts, sizes and levels: from 0 to what an int holds, in any base of C.
 bool is_number(const std::string& text) {
     char* end = nullptr;
     errno = 0;
-    std::strtol(text.c_str(), &end, 0);
-    return !text.empty() && *end == '\0' && errno == 0;
+    const long value = std::strtol(text.c_str(), &end, 0);
+    return !text.empty() && *end == '\0' && errno == 0 && value >= 0 && value <= INT_MAX;
 }
 
 } // namespace
@@ -84,11 +85,11 @@ option_obj::option_obj(bool) {}
 
 void option_obj::process_option(const char* word, int source) {
     std::string text = word;
-    if (text == "-help") {
+    if (source == 0 && text == "-help") {
         print_help(stdout);
         std::exit(0);
     }
-    if (text == "-version") {
+    if (source == 0 && text == "-version") {
         print_banner(stdout);
         std::exit(0);
     }
@@ -228,4 +229,7 @@ void option_obj::print_help(std::FILE* stream) {
     }
     std::fprintf(stream, "  %-32s     print this table and end\n", "--help");
     std::fprintf(stream, "  %-32s     print the version and end\n", "--version");
+    std::fprintf(
+        stream,
+        "\nAn option of a step that is not built yet (docs/steps.md) is accepted and changes nothing.\n");
 }

@@ -73,8 +73,11 @@ void output_function() {
     currfuninfo = nullptr;
     currfunc = nullptr;
     restore_global_flags();
-    if (print_debug && fdebug != remembered_fdebug) {
-        std::fclose(fdebug);
-        fdebug = remembered_fdebug;
-    }
+    end_function_log();
+}
+
+void end_function_log() {
+    if (!print_debug || fdebug == remembered_fdebug) return;
+    std::fclose(fdebug);
+    fdebug = remembered_fdebug;
 }

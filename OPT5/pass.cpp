@@ -1,6 +1,7 @@
 #include "pass.h"
 
 #include <array>
+#include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -17,8 +18,36 @@
 
 pass_manager global_pass_manager;
 
+pass_manager::~pass_manager() { clear(); }
+
+void pass_manager::clear() {
+    for (pass* step : all) delete step;
+    all.clear();
+    passes.clear();
+    normal_order.clear();
+}
+
 pass::pass(std::string step_name, void (*body)())
     : serial_object(&global_pass_manager), name(std::move(step_name)), fn(body) {}
+
+namespace {
+
+// Checks what the step may have changed: the function in work, or after a barrier all of them.
+void verify_after(pass& step) {
+    if (!step.is_barrier()) {
+        verify_function(step.name.c_str());
+        return;
+    }
+    for (SYMTAB* function : functions) {
+        currfunc = function;
+        currfuninfo = find_FUNINFO(function);
+        verify_function(step.name.c_str());
+    }
+    currfunc = nullptr;
+    currfuninfo = nullptr;
+}
+
+} // namespace
 
 void pass::run() {
     const int number = static_cast<int>(id);
@@ -35,8 +64,7 @@ void pass::run() {
     if (print_debug) dprintf("(%.1f sec for pass.)\n", static_cast<double>(std::clock() - start) / 1e6);
     dprintf("\n\n\n\t\t\t---------- EXITING step %d '%s' ----------\n", number, name.c_str());
     if (print_debug && currfuninfo != nullptr && currfuninfo->bb_list != nullptr) prbbinfix(0, 0, 0);
-    if (pass_debug("verify_each") && currfuninfo != nullptr && currfuninfo->bb_list != nullptr)
-        verify_function(name.c_str());
+    if (pass_debug("verify_each")) verify_after(*this);
 }
 
 namespace {
@@ -69,8 +97,9 @@ std::vector<int> read_order(const char* text, const char* source, int count) {
         const long number = std::strtol(at, &end, 10);
         if (end == at) return order;
         if (number < 0 || number >= count) {
-            std::fprintf(stderr, "opt5: step number %ld of the %s is not between 0 and %d\n", number, source,
-                         count - 1);
+            while (std::isspace(static_cast<unsigned char>(*at))) at++;
+            std::fprintf(stderr, "opt5: step number %.*s of the %s is not between 0 and %d\n",
+                         static_cast<int>(end - at), at, source, count - 1);
             std::exit(1);
         }
         order.push_back(static_cast<int>(number));
@@ -100,9 +129,7 @@ std::vector<pass*>& add_dd_normal_order_passes(std::vector<pass*>& list) {
 
 void setup_passes(bool allow_forced_order) {
     pass_manager& m = global_pass_manager;
-    m.all.clear();
-    m.passes.clear();
-    m.normal_order.clear();
+    m.clear();
     for (int id = 0; id < FIRST_DD_STEP; id++) m.normal_order.push_back(make_step(id));
     add_dd_normal_order_passes(m.normal_order);
     for (int id = LAST_DD_STEP + 1; id < OUTPUT_STEP; id++) m.normal_order.push_back(make_step(id));

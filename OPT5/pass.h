@@ -18,6 +18,9 @@ class pass_manager {
     std::vector<pass*> passes;
     std::vector<pass*> normal_order;
 
+    ~pass_manager();
+    // Gives up all passes and both orders.
+    void clear();
     std::vector<pass*>& serial_objects(pass*) { return all; }
 };
 

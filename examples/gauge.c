@@ -1,5 +1,4 @@
-// A level gauge: samples are filtered, limited and classified. Small enough to read its trees before and
-// after.
+// A level gauge: samples are filtered, limited and classified. Small enough to read its trees.
 #include <stdio.h>
 
 enum { SAMPLES = 24, LOW = 200, HIGH = 800 };

@@ -249,9 +249,27 @@ class Workbench:
             os.remove(trace_file)
         return outcome
 
-    def behaviour(self, source, config, stdin, original):
+    def round_trip(self, program):
+        """None if assembling the file's text form gives its bytes again, else what is wrong."""
+        text, again = self.path("text.txt"), self.path("again.ic")
+        status, out, err = self.call([self.tool("icode-dis"), program])
+        if status != 0:
+            return f"icode-dis: {first_lines(err or out)}"
+        with open(text, "wb") as f:
+            f.write(out)
+        status, out, err = self.call([self.tool("icode-as"), text, "-o", again])
+        if status != 0:
+            return f"icode-as: {first_lines(err or out)}"
+        with open(program, "rb") as a, open(again, "rb") as b:
+            if a.read() != b.read():
+                return "assembling the disassembly gives other bytes"
+        return None
+
+    def behaviour(self, source, config, stdin, original, round_trip=False):
         """Optimises and runs; gives (outcome, what differs from the original or None)."""
         program, why = self.optimise(source, config)
+        if not why and round_trip:
+            why = self.round_trip(program)
         if why:
             return Outcome(failure=why), why
         # An optimised program that loops for ever should not hold up the hunt for long.

@@ -4,9 +4,12 @@
 Usage: test_driver.py BIN-DIRECTORY
 """
 
+import errno
 import os
 import pathlib
+import resource
 import signal
+import stat
 import subprocess
 import sys
 import tempfile
@@ -38,6 +41,19 @@ endlocals
 expr [1:6:1] (RETURN tint (NAME tfn @main) (UCALL tint (UAND tint (NAME tfn @helper))))
 endfunc
 """
+
+
+FAULTS = {
+    signal.SIGILL: "executed an illegal instruction",
+    signal.SIGTRAP: "received a TRAP signal",
+    signal.SIGABRT: "had an internal inconsistency and aborted",
+    signal.SIGBUS: "experienced a bus alignment fault",
+    signal.SIGFPE: "received a floating point exception",
+    signal.SIGSEGV: "experienced a segmentation fault",
+    signal.SIGXCPU: "exceeded the CPU time limit",
+    signal.SIGXFSZ: "exceeded the file size limit",
+    signal.SIGSYS: "experienced a bad system call",
+}
 
 
 class DriverTest(unittest.TestCase):
@@ -77,6 +93,29 @@ class DriverTest(unittest.TestCase):
         self.assertEqual(self.opt5("b.opt").returncode, 0)
         self.assertIn('"main"', self.dis("b.opt"))
 
+    def test_output_through_a_link_keeps_the_link_and_the_permissions(self):
+        (self.dir / "there").mkdir()
+        (self.dir / "there" / "o.ic").write_text("old")
+        (self.dir / "there" / "o.ic").chmod(0o640)
+        (self.dir / "link").symlink_to("there/o.ic")
+        self.assertEqual(self.opt5("a.ic", "link").returncode, 0)
+        self.assertTrue((self.dir / "link").is_symlink())
+        self.assertEqual(stat.S_IMODE((self.dir / "there" / "o.ic").stat().st_mode), 0o640)
+        self.assertIn('"main"', self.dis("link"))
+        self.assertEqual(os.listdir(self.dir / "there"), ["o.ic"])
+
+    def test_standard_output_as_the_target(self):
+        # The name is a link to whatever standard output is: a file takes the result, a pipe cannot seek.
+        with open(self.dir / "o.ic", "wb") as out:
+            run = subprocess.run([BIN / "opt5", "a.ic", "/dev/stdout"], cwd=self.dir, stdout=out, timeout=60)
+        self.assertEqual(run.returncode, 0)
+        self.assertIn('"main"', self.dis("o.ic"))
+        run = self.opt5("a.ic", "/dev/stdout")
+        self.assertEqual((run.returncode, run.stdout), (1, ""))
+        self.assertEqual(run.stderr, "\n>> Cannot Open Output icode File, /dev/stdout : %s, Aborting\n"
+                         % os.strerror(errno.ESPIPE))
+        self.assertTrue(os.path.islink("/dev/stdout"))
+
     def test_debug_and_information_files(self):
         self.assertEqual(self.opt5("--debug_dump", "a.ic").returncode, 0)
         self.assertEqual(self.files(), ["a.ic", "a.nfo", "a.odb", "a.opt"])
@@ -90,7 +129,14 @@ class DriverTest(unittest.TestCase):
         self.assertEqual(self.opt5("--debug_dump", "--debug=split_odb", "a.ic").returncode, 0)
         self.assertIn("a.main.odb", self.files())
         self.assertIn("a.helper.odb", self.files())
-        self.assertIn(">>>> SWITCHING LOG TO ", (self.dir / "a.odb").read_text())
+        whole = (self.dir / "a.odb").read_text()
+        self.assertIn(">>>> SWITCHING LOG TO a.main.odb\n", whole)
+        self.assertIn("ENTERING step 3 ", whole)
+        self.assertTrue(whole.endswith("\n== END OF DEBUG OUTPUT==\n"))
+        # The function's log goes on where the barriers interrupted it.
+        log = (self.dir / "a.main.odb").read_text()
+        for step in (0, 2, 11, 77):
+            self.assertEqual(log.count(f"ENTERING step {step} "), 1)
 
     def test_information_needs_a_high_level_or_the_dump(self):
         self.opt5("--opt_info=1", "-O2", "a.ic")
@@ -104,13 +150,29 @@ class DriverTest(unittest.TestCase):
         self.assertEqual(self.opt5("--debug_dump", "--opt_info_file=i", long.name, "o").returncode, 0)
         self.assertIn("n" * 250 + ".odb", self.files())
 
+    def test_log_of_a_function_stays_in_the_folder(self):
+        (self.dir / "sub").mkdir()
+        self.assemble("sub/b.ic", PROGRAM.replace("@helper", "#0:0").replace('"helper"', '"../../helper"'))
+        self.assertEqual(self.opt5("--debug_dump", "--debug=split_odb", "sub/b.ic").returncode, 0)
+        self.assertIn("b..._.._helper.odb", os.listdir(self.dir / "sub"))
+
+    def test_logs_that_cannot_be_opened(self):
+        reason = os.strerror(errno.EISDIR)
+        (self.dir / "a.odb").mkdir()
+        run = self.opt5("--debug_dump", "a.ic")
+        self.assertEqual((run.returncode, run.stderr), (1, f"\n>> Cannot Open Debug File, a.odb : {reason}, Aborting\n"))
+        (self.dir / "a.nfo").unlink()
+        (self.dir / "a.nfo").mkdir()
+        run = self.opt5("--opt_info", "-O3", "a.ic")
+        self.assertEqual((run.returncode, run.stderr), (1, f"\n>> Cannot Open Info File, a.nfo : {reason}, Aborting\n"))
+        self.assertEqual(self.files(), ["a.ic", "a.nfo", "a.odb"])
+
     # --- Words.
 
     def test_no_input(self):
         run = self.opt5()
         self.assertEqual(run.returncode, 1)
-        self.assertTrue(run.stderr.startswith("\n>> Cannot Open Input icode File, "))
-        self.assertIn(", Aborting\n", run.stderr)
+        self.assertEqual(run.stderr, "\n>> Cannot Open Input icode File,  : No such file or directory, Aborting\n")
 
     def test_missing_input(self):
         run = self.opt5("nowhere.ic")
@@ -119,9 +181,18 @@ class DriverTest(unittest.TestCase):
 
     def test_not_a_file_of_ours(self):
         (self.dir / "text").write_text("hello")
-        run = self.opt5("text")
-        self.assertEqual(run.returncode, 1)
-        self.assertTrue(run.stderr.startswith("\n>> Error when opening input icode file : "))
+        (self.dir / "empty").write_text("")
+        good = self.input.read_bytes()
+        at = good.index(b"!<icode>")
+        (self.dir / "magic").write_bytes(good.replace(b"!<icode>", b"!<arch>\n"))
+        (self.dir / "version").write_bytes(good[:at + 10] + b"\xba\xff" + good[at + 12:])  # -70, a later one
+        (self.dir / "cpu").write_bytes(good[:at + 12] + b"\xe9\x03" + good[at + 14:])
+        for name in ("text", "empty", "magic", "version", "cpu", "."):
+            run = self.opt5(name)
+            self.assertEqual(run.returncode, 1, name)
+            self.assertTrue(run.stderr.startswith(f"\n>> Error when opening input icode file : {name}: "), run.stderr)
+            self.assertTrue(run.stderr.endswith(", Aborting\n"))
+            self.assertEqual(run.stdout, "")
 
     def test_third_word_is_garbage_and_a_fourth_is_named(self):
         run = self.opt5("a.ic", "b", "c")
@@ -134,6 +205,9 @@ class DriverTest(unittest.TestCase):
     def test_unknown_options_and_bad_values_are_named(self):
         for words, named in ((["--no_such"], '"--no_such"'), (["-Z"], '"-Z"'), (["--opt_level=9"], '"9"'),
                              (["--size_speed_goal", "x"], '"x"'), (["--auto_inline=ten"], '"ten"'),
+                             (["--auto_inline=-1"], '"-1"'), (["--auto_inline=4294967296"], '"4294967296"'),
+                             (["--program_mode=4"], '"4"'), (["--opt_info=much"], '"much"'), (["-O5"], '"-O5"'),
+                             (["-"], '"-"'), (["--"], '"--"'), (["--=1"], '"--=1"'),
                              (["--far_externs=1"], '"--far_externs"')):
             run = self.opt5(*words, "a.ic")
             self.assertEqual(run.returncode, 1, words)
@@ -153,6 +227,31 @@ class DriverTest(unittest.TestCase):
         self.assertIn('"--bogus"', run.stderr)
         self.assertIn("w.ic", run.stderr)
         self.assertEqual(self.opt5("--ignore_file_options", "w.ic").returncode, 0)
+
+    def test_words_that_mean_something_only_on_the_command_line(self):
+        for word in ("--help", "--version", "--opt_level", "O2", ""):
+            self.assemble("w.ic", f'section options\noptions 0 "{word}"\n' + PROGRAM)
+            run = self.opt5("w.ic")
+            self.assertEqual((run.returncode, run.stdout), (1, ""), word)
+            self.assertIn("w.ic", run.stderr)
+
+    def test_option_set_with_a_number_out_of_place(self):
+        self.assemble("w.ic", 'section options\noptions 0 "-O1"\noptions 7 "-O1"\n' + PROGRAM)
+        run = self.opt5("w.ic")
+        self.assertEqual((run.returncode, run.stderr), (1, "opt5: w.ic: option set 7 is out of place\n"))
+
+    def test_optional_value_never_takes_the_next_word(self):
+        self.assertEqual(self.opt5("--debug_dump", "a.ic", "o.ic").returncode, 0)
+        self.assertIn("o.ic", self.files())
+
+    def test_notices(self):
+        size = "\n\t*** Optimizing code size, not speed ***\n\n"
+        for goal, text in (("0", size), ("1", size), ("2", size), ("3", size), ("4", ""), ("5", "")):
+            self.assertEqual(self.opt5("--debug_dump", "--size_speed_goal", goal, "a.ic").stderr, text)
+        self.assertEqual(self.opt5("--size_speed_goal=0", "a.ic").stderr, "")
+        warning = "\n>>>> Warning: All non-auto lvalues are considered VOLATILE.\n\n"
+        self.assertEqual(self.opt5("--volatile_variables", "--debug_dump", "a.ic").stderr, warning)
+        self.assertIn(warning, (self.dir / "a.odb").read_text())
 
     def test_command_line_wins_over_the_file(self):
         self.assemble("w.ic", 'section options\noptions 0 "--opt_level=0"\n' + PROGRAM)
@@ -175,6 +274,8 @@ class DriverTest(unittest.TestCase):
         self.assertEqual(len(lines), 78)
         self.assertEqual(lines[0], " 0:  pass 1 fcp/eda")
         self.assertEqual(lines[77], "77:  late LIR")
+        shuffled = self.opt5("--debug=list_passes", "--pass_order=random", "a.ic").stdout.splitlines()
+        self.assertEqual(sorted(shuffled), sorted(lines))
 
     def test_any_order_still_writes_the_functions(self):
         for order in ("", "0,1,2", "77 10,3", "5,5,5", "random"):
@@ -192,9 +293,11 @@ class DriverTest(unittest.TestCase):
         self.assertIn("Pass list, from environment variable, is: <empty>\n\n", (self.dir / "a.odb").read_text())
 
     def test_number_beyond_the_list_is_refused(self):
-        run = self.opt5("--pass_order=1,99", "a.ic")
-        self.assertEqual(run.returncode, 1)
-        self.assertIn("99", run.stderr)
+        for order, named in (("1,78", "78"), ("-1", "-1"), ("5 99999999999999999999", "99")):
+            run = self.opt5("--pass_order", order, "a.ic")
+            self.assertEqual((run.returncode, len(run.stderr.splitlines())), (1, 1), order)
+            self.assertIn(named, run.stderr)
+            self.assertEqual(self.files(), ["a.ic"])
 
     def test_skipped_step(self):
         self.opt5("--debug_dump", "--debug=skip_pass=12", "a.ic")
@@ -229,6 +332,64 @@ class DriverTest(unittest.TestCase):
         self.assertEqual((self.dir / "o.ic").read_text(), "precious")
         self.assertEqual(self.files(), ["a.ic", "cut.ic", "o.ic"])
 
+    def test_bad_body_leaves_the_old_output(self):
+        # The file's records are whole; what they say is not, and that shows only behind other functions.
+        self.assemble("bad.ic", PROGRAM.replace("expr [1:6:1]", "block\nexpr [1:6:1]"))
+        before = (self.dir / "bad.ic").read_bytes()
+        (self.dir / "o.ic").write_text("precious")
+        for target in ("o.ic", "bad.ic"):
+            run = self.opt5("bad.ic", target)
+            self.assertEqual((run.returncode, len((run.stderr + run.stdout).splitlines())), (1, 1))
+            self.assertTrue(run.stderr.startswith("bad.ic: function main: "), run.stderr)
+        self.assertEqual((self.dir / "o.ic").read_text(), "precious")
+        self.assertEqual((self.dir / "bad.ic").read_bytes(), before)
+        self.assertEqual(self.files(), ["a.ic", "bad.ic", "o.ic"])
+
+    def abnormal(self, *words):
+        # A debug file that cannot be written is an inconsistency that a user can bring about.
+        os.symlink("/dev/full", self.dir / "a.odb")
+        run = self.opt5("--debug_dump", *words)
+        os.unlink(self.dir / "a.odb")
+        os.unlink(self.dir / "a.nfo")
+        return run
+
+    def test_internal_error_removes_the_output(self):
+        (self.dir / "o.ic").write_text("old")
+        run = self.abnormal("a.ic", "o.ic")
+        self.assertEqual(run.returncode, 1)
+        self.assertTrue(run.stderr.startswith("\n>>>> Optimizer terminated abnormally.\nThis is caused by a defect in the "))
+        self.assertTrue(run.stderr.endswith("Include the .pp file created by option --preproc_with_comment\n\n"))
+        self.assertEqual(self.files(), ["a.ic"])
+
+    def test_internal_error_spares_the_input(self):
+        before = self.input.read_bytes()
+        self.assertEqual(self.abnormal("a.ic", "a.ic").returncode, 1)
+        self.assertEqual(self.input.read_bytes(), before)
+        self.assertEqual(self.abnormal("a.ic", "./a.ic").returncode, 1)
+        self.assertEqual(self.files(), ["a.ic"])
+
+    def test_internal_error_can_abort(self):
+        run = self.abnormal("--debug=abort", "a.ic")
+        self.assertEqual(run.returncode, 2)
+        self.assertIn(FAULTS[signal.SIGABRT] + "\n", run.stdout)
+        self.assertEqual(self.files(), ["a.ic"])
+
+    def test_out_of_memory(self):
+        def limited(*words):
+            limit = 30 << 20
+            return subprocess.run([BIN / "opt5", *words], cwd=self.dir, text=True, capture_output=True, timeout=60,
+                                  preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+
+        if limited("a.ic").returncode != 0:
+            self.skipTest("the tool alone needs more than the limit, as it does under the sanitizers")
+        line = "expr [1:6:1] (UCALL tint (UAND tint (NAME tfn @helper)))\n"
+        self.assemble("big.ic", PROGRAM.replace("expr [1:6:1] (RETURN", line * 100000 + "expr [1:6:1] (RETURN"))
+        run = limited("big.ic")
+        self.assertEqual(run.returncode, 1)
+        self.assertTrue(run.stderr.startswith("\n>>>> Optimizer terminated abnormally.\n>>>>    in function main()\n"
+                                              '>>>>    in file "a.c"\n\n>>>> ERROR - OUT OF MEMORY.\n'), run.stderr)
+        self.assertNotIn("big.opt", self.files())
+
     def test_unwritable_output(self):
         run = self.opt5("a.ic", "no/such/folder/o.ic")
         self.assertEqual(run.returncode, 1)
@@ -236,39 +397,69 @@ class DriverTest(unittest.TestCase):
                                      "No such file or directory, Aborting\n")
 
     def test_full_device(self):
-        if not os.path.exists("/dev/full"):
-            self.skipTest("no /dev/full")
         run = self.opt5("a.ic", "/dev/full")
-        self.assertEqual(run.returncode, 1)
-        self.assertTrue(os.path.exists("/dev/full"))
+        self.assertEqual((run.returncode, run.stderr), (1, "opt5: cannot write /dev/full: No space left on device\n"))
+        self.assertTrue(stat.S_ISCHR(os.stat("/dev/full").st_mode))
+        self.assertEqual(self.opt5("a.ic", "/dev/null").returncode, 0)
+        self.assertTrue(stat.S_ISCHR(os.stat("/dev/null").st_mode))
 
-    def run_until_reading(self, number):
-        # The input is a pipe that nobody fills: the tool waits in its first read.
-        os.mkfifo(self.dir / "pipe")
-        child = subprocess.Popen([BIN / "opt5", "pipe"], cwd=self.dir, text=True, stdout=subprocess.PIPE,
-                                 stderr=subprocess.PIPE)
-        time.sleep(0.3)
+    # --- Signals.
+
+    def start(self, *words):
+        return subprocess.Popen([BIN / "opt5", *words], cwd=self.dir, text=True, stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE)
+
+    def signal_while_waiting(self, child, number):
+        """Sends a signal once the run sleeps, which it does only where it opens a pipe without another end."""
+        asleep = 0
+        while asleep < 2 and child.poll() is None:
+            state = pathlib.Path(f"/proc/{child.pid}/stat").read_text().rpartition(")")[2].split()[0]
+            asleep = asleep + 1 if state == "S" else 0
+            time.sleep(0.01)
         child.send_signal(number)
-        out, _ = child.communicate(timeout=20)
-        return child.returncode, out
+        out, err = child.communicate(timeout=20)
+        return child.returncode, out + err
 
-    def test_terminate_signal(self):
-        status, out = self.run_until_reading(signal.SIGTERM)
-        self.assertEqual(status, 2)
-        self.assertIn("received a terminate signal]\n", out)
+    def signal_while_opening(self, number):
+        os.mkfifo(self.dir / "pipe")
+        result = self.signal_while_waiting(self.start("pipe"), number)
+        os.unlink(self.dir / "pipe")
+        return result
 
-    def test_interrupt_signal(self):
-        status, out = self.run_until_reading(signal.SIGINT)
-        self.assertEqual(status, 2)
-        self.assertIn(" forced exit]\n", out)
+    def signal_in_main(self, number):
+        """The log of the function `main` is a pipe."""
+        os.mkfifo(self.dir / "a.main.odb")
+        result = self.signal_while_waiting(self.start("--debug_dump", "--debug=split_odb", "a.ic", "o.ic"), number)
+        os.unlink(self.dir / "a.main.odb")
+        return result
 
-    def test_fault_signal(self):
-        status, out = self.run_until_reading(signal.SIGSEGV)
+    def test_signals_that_end_without_a_report(self):
+        for number, words in ((signal.SIGTERM, "received a terminate signal]\n"), (signal.SIGINT, "forced exit]\n"),
+                              (signal.SIGHUP, "forced exit]\n")):
+            self.assertEqual(self.signal_while_opening(number), (2, f"[{BIN / 'opt5'} {words}"))
+
+    def test_faults_are_told_apart(self):
+        for number, words in FAULTS.items():
+            status, out = self.signal_while_opening(number)
+            self.assertEqual(status, 2, out)
+            head = f"\nINTERNAL ERROR: {BIN / 'opt5'} {words}\n"
+            self.assertTrue(out.startswith(head + " " * 18 + "while processing function <unknown> file pipe\n\nThis is "), out)
+            self.assertIn("We need to see this ENTIRE error message", out)
+
+    def test_fault_in_a_function_closes_the_logs(self):
+        (self.dir / "o.ic").write_text("old")
+        status, out = self.signal_in_main(signal.SIGSEGV)
         self.assertEqual(status, 2)
-        self.assertIn("\nINTERNAL ERROR: ", out)
-        self.assertIn("experienced a segmentation fault\n", out)
-        self.assertIn("while processing function <unknown> file ", out)
-        self.assertIn("We need to see this ENTIRE error message", out)
+        self.assertIn("while processing function main file a.ic\n", out)
+        for log in ("a.odb", "a.nfo"):
+            self.assertTrue((self.dir / log).read_text().endswith("\n>>>> Optimizer terminated by signal: SIGSEGV.\n"), log)
+        self.assertEqual((self.dir / "o.ic").read_text(), "old")
+        self.assertEqual(self.files(), ["a.helper.odb", "a.ic", "a.nfo", "a.odb", "o.ic"])
+
+    def test_terminated_run_leaves_no_temporary_file(self):
+        status, _ = self.signal_in_main(signal.SIGTERM)
+        self.assertEqual(status, 2)
+        self.assertEqual(self.files(), ["a.helper.odb", "a.ic", "a.nfo", "a.odb"])
 
 
 if __name__ == "__main__":

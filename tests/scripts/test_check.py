@@ -57,13 +57,18 @@ trace.close()
 print('{"total": %d, "classes": {"move": %d}}' % (total, total), file=sys.stderr)
 sys.exit(status)
 """
+DISASSEMBLER = r"""
+import sys
+print("func [1:1:1] @same\n  expr t%d\nendfunc\n\nfunc [1:5:1] @changed" % len(open(sys.argv[1]).read()))
+print(open(sys.argv[1]).read() + "endfunc [1:9:1]")
+"""
 PROGRAM = "print one\nprint two\naccess b\naccess a\nexit 5\n"
 
 
 class Scripts(unittest.TestCase):
     def setUp(self):
         self.folder = tempfile.TemporaryDirectory()
-        for name, text in (("opt5", OPTIMIZER), ("icode-run", RUNNER), ("icode-dis", "import sys; sys.exit(1)")):
+        for name, text in (("opt5", OPTIMIZER), ("icode-run", RUNNER), ("icode-dis", DISASSEMBLER)):
             path = os.path.join(self.folder.name, name)
             with open(path, "w") as f:
                 f.write(f"#!{sys.executable}\n{text}")
@@ -151,6 +156,10 @@ class Scripts(unittest.TestCase):
     def test_the_function_named_by_the_tool_is_told(self):
         _, text = self.script("find-step", fault="33:error")
         self.assertIn("function it changes: f", text)
+
+    def test_the_functions_that_a_step_changes_are_told(self):
+        _, text = self.script("find-step", fault="33:output")
+        self.assertIn("function it changes: changed\n", text)
 
 
 if __name__ == "__main__":

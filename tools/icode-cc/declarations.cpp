@@ -13,13 +13,11 @@ lowering::lowering(ASTContext& context, std::vector<source_pragma>& pragmas)
     types_.init_type_pkg();
     int_ = types_.int_type(IK_INT);
     uint_ = types_.int_type(IK_UINT);
-    char_ = types_.int_type(IK_CHAR);
-    char_ptr_ = types_.mk_ptr(char_);
 }
 
 void lowering::refuse(SourceLocation where, const std::string& what) {
     failed_ = true;
-    if (where.isInvalid() && function_ != nullptr) where = function_->getLocation();
+    if (where.isInvalid()) where = where_;
     DiagnosticsEngine& engine = ast_.getDiagnostics();
     engine.Report(where, engine.getCustomDiagID(DiagnosticsEngine::Error, "%0")) << what;
 }
@@ -104,12 +102,6 @@ void lowering::attribute_pragmas(const Decl* decl, symbol* s) {
                 s->align = std::max(
                     s->align, static_cast<unsigned>(std::strtoul(pragma.args[0].c_str(), nullptr, 0) * 16));
         }
-}
-
-model::symbol* lowering::external_function(llvm::StringRef function_name, TYPE* type) {
-    symbol*& s = named_functions_[function_name.str()];
-    if (s == nullptr) s = new_global(function_name.str(), type, ::SC_EXTERN, {});
-    return s;
 }
 
 model::symbol* lowering::function_symbol(const FunctionDecl* decl) {
@@ -197,6 +189,7 @@ void lowering::define_variable(const VarDecl* decl, symbol* s) {
 
 void lowering::define_function(const FunctionDecl* decl) {
     function_ = decl;
+    where_ = decl->getLocation();
     function_symbol_ = symbol_of(decl);
     body_.clear();
     params_.clear();
@@ -271,6 +264,7 @@ void lowering::static_assertion(const StaticAssertDecl* decl) {
 }
 
 void lowering::top_level(const Decl* decl) {
+    where_ = decl->getLocation();
     if (const auto* assertion = dyn_cast<StaticAssertDecl>(decl)) {
         static_assertion(assertion);
     } else if (const auto* function = dyn_cast<FunctionDecl>(decl)) {

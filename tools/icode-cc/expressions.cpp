@@ -123,7 +123,7 @@ model::tree* lowering::from_constant(const constant& value, TYPE* type) {
         case constant::form::text:
         case constant::form::address: break;
     }
-    tree* base = value.what == constant::form::text ? decay(make(op::SCON, char_), plain) : nullptr;
+    tree* base = nullptr;
     if (value.what == constant::form::text) {
         if (value.string->isWide() || value.string->getCharByteWidth() != 1) {
             TYPE* wide = type_of(value.string->getType());

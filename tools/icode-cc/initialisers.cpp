@@ -153,7 +153,7 @@ void lowering::flatten(const Expr* init, TYPE* type, std::int64_t offset, std::v
     pieces.push_back({offset, static_cast<unsigned>(type->size()), from_constant(*known, plain)});
 }
 
-void lowering::write_pieces(std::vector<piece> pieces, TYPE* type, std::vector<tree*>& trees) {
+void lowering::write_pieces(std::vector<piece> pieces, std::vector<tree*>& trees) {
     std::stable_sort(pieces.begin(), pieces.end(),
                      [](const piece& a, const piece& b) { return a.offset < b.offset; });
     std::int64_t at = 0; // bits written
@@ -187,7 +187,6 @@ void lowering::write_pieces(std::vector<piece> pieces, TYPE* type, std::vector<t
             at = number * 16 + 16;
         }
     }
-    (void)type;
     trees.push_back(pool_.new_tree(op::ENDINIT, int_));
 }
 
@@ -195,7 +194,7 @@ std::vector<model::tree*> lowering::static_initialiser(const Expr* init, TYPE* t
     std::vector<piece> pieces;
     std::vector<tree*> trees;
     flatten(init, type, 0, pieces);
-    write_pieces(std::move(pieces), type, trees);
+    write_pieces(std::move(pieces), trees);
     return trees;
 }
 
@@ -300,7 +299,6 @@ void lowering::initialise(tree* target, const Expr* init, TYPE* type, std::vecto
     // needs the image alone.
     TYPE* plain = types_.remove_known_qual(type->is_array() ? type : type->stqs(), QUAL_CONST);
     std::vector<piece> pieces;
-    const bool had_failed = failed_;
     std::vector<const Expr*> pending{bare};
     bool all_constant = true;
     while (!pending.empty() && all_constant) {
@@ -318,11 +316,10 @@ void lowering::initialise(tree* target, const Expr* init, TYPE* type, std::vecto
     std::vector<tree*> trees;
     if (all_constant) {
         flatten(init, type, 0, pieces);
-        write_pieces(std::move(pieces), type, trees);
+        write_pieces(std::move(pieces), trees);
     } else {
         trees.push_back(pool_.new_tree(op::ENDINIT, int_));
     }
-    failed_ = failed_ || had_failed;
     out.push_back(assign(clone(target), name(image(plain, std::move(trees)))));
     if (!all_constant) initialise_elements(target, init, type, true, out);
 }

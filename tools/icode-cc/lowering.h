@@ -130,8 +130,6 @@ class lowering {
     tree* value_of_va_arg(const clang::VAArgExpr* expr);
     tree* compare(clang::BinaryOperatorKind kind, tree* left, tree* right);
     tree* decay(tree* array_lvalue, TYPE* pointer);
-    tree* bool_update(tree* lvalue, tree* (lowering::*combine)(tree*, tree*, const void*), tree* operand,
-                      const void* data, bool old_value);
     tree* reusable(tree* lvalue, tree*& first);
     tree* member(const clang::MemberExpr* expr);
     tree* in_temporary(tree* value, TYPE* type);
@@ -147,7 +145,7 @@ class lowering {
         std::int64_t number = 0; // value of a bit-field
     };
     void flatten(const clang::Expr* init, TYPE* type, std::int64_t offset, std::vector<piece>& pieces);
-    void write_pieces(std::vector<piece> pieces, TYPE* type, std::vector<tree*>& trees);
+    void write_pieces(std::vector<piece> pieces, std::vector<tree*>& trees);
     std::vector<tree*> static_initialiser(const clang::Expr* init, TYPE* type);
     // Assignments that give a local its initial value, in order.
     void initialise(tree* target, const clang::Expr* init, TYPE* type, std::vector<tree*>& out);
@@ -189,7 +187,6 @@ class lowering {
     symbol* symbol_of(const clang::ValueDecl* decl);
     symbol* global_symbol(const clang::VarDecl* decl);
     symbol* function_symbol(const clang::FunctionDecl* decl);
-    symbol* external_function(llvm::StringRef name, TYPE* type);
     symbol* new_global(const std::string& name, TYPE* type, int sclass, clang::SourceLocation where);
     symbol* new_local(const std::string& name, TYPE* type, int sclass, clang::SourceLocation where);
     symbol* temporary(TYPE* type);
@@ -205,11 +202,12 @@ class lowering {
     clang::SourceManager& sources_;
     std::vector<source_pragma>& pragmas_;
     bool failed_ = false;
+    clang::SourceLocation where_; // of the construct at hand, for errors that have no place of their own
 
     TYPE_PKG types_;
     model::pool pool_;
     I_FILE* file_ = nullptr;
-    TYPE *int_ = nullptr, *uint_ = nullptr, *char_ = nullptr, *char_ptr_ = nullptr;
+    TYPE *int_ = nullptr, *uint_ = nullptr;
 
     std::unordered_map<const clang::Type*, TYPE*> type_map_;
     std::unordered_map<const clang::ValueDecl*, TYPE*> decl_types_;

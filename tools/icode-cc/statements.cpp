@@ -74,6 +74,7 @@ void lowering::emit_pragmas(SourceLocation where) {
 // --- Scopes.
 
 void lowering::declare_local(const VarDecl* decl, std::vector<symbol*>& out) {
+    where_ = decl->getLocation();
     if (!decl->isLocalVarDecl() || decl->hasExternalStorage()) {
         symbol_of(decl);
         return;
@@ -85,10 +86,9 @@ void lowering::declare_local(const VarDecl* decl, std::vector<symbol*>& out) {
         return;
     }
     TYPE* type = type_of(static_cast<const ValueDecl*>(decl));
-    symbol* s =
-        new_local(decl->getName().str(), type,
-                  decl->getStorageClass() == SC_Register ? ::SC_REGISTER : ::SC_AUTO, decl->getLocation());
-    if (decl->getStorageClass() == clang::SC_Register) s->sclass = ::SC_REGISTER;
+    symbol* s = new_local(decl->getName().str(), type,
+                          decl->getStorageClass() == clang::SC_Register ? ::SC_REGISTER : ::SC_AUTO,
+                          decl->getLocation());
     attribute_pragmas(decl, s);
     symbols_[decl] = s;
     out.push_back(s);
@@ -292,6 +292,7 @@ void lowering::lower_asm(const GCCAsmStmt* stmt) {
 
 void lowering::statement(const Stmt* stmt) {
     if (stmt == nullptr) return;
+    where_ = stmt->getBeginLoc();
     switch (stmt->getStmtClass()) {
         case Stmt::NullStmtClass: break;
         case Stmt::CompoundStmtClass: block(cast<CompoundStmt>(stmt), false); break;

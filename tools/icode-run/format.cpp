@@ -12,7 +12,7 @@ std::string format_text(machine& m, const std::string& format, argument_source& 
             out.push_back(format[i]);
             continue;
         }
-        // The specification is passed on to the host's printf with the host's lengths.
+        // Flags, width and precision are passed on to the host, with the length of the host.
         std::string spec = "%";
         i++;
         while (i < format.size() && std::strchr("-+ #0", format[i]) != nullptr) spec.push_back(format[i++]);

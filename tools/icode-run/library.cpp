@@ -21,10 +21,11 @@ std::string text_at(machine& m, std::uint32_t address) {
 std::int64_t argument_source::next(KIND kind) {
     if (args_ != nullptr) {
         if (next_ >= args_->size()) throw program_fault("too few arguments for the format");
+        const std::int64_t given = (*values_)[next_];
         const call_argument& arg = (*args_)[next_++];
         // What a format reads is the bits that were passed, as the format's type.
-        if (kind == KIND::F32 || arg.kind == KIND::F32) return convert(arg.kind, kind, registers_[arg.reg]);
-        return normalise(kind, static_cast<std::uint64_t>(registers_[arg.reg]));
+        if (kind == KIND::F32 || arg.kind == KIND::F32) return convert(arg.kind, kind, given);
+        return normalise(kind, static_cast<std::uint64_t>(given));
     }
     const unsigned align = units_of(kind) > 1 ? 2 : 1;
     list_ = (list_ + align - 1) / align * align;
@@ -41,11 +42,11 @@ constexpr std::int64_t STREAM_OUT = 2, STREAM_ERR = 3;
 struct call_state {
     machine& m;
     const call_site& site;
-    const std::int64_t* registers;
+    std::vector<std::int64_t> values;
 
     std::int64_t arg(std::size_t i) const {
         if (i >= site.args.size()) throw program_fault("call of " + site.name + " with too few arguments");
-        return registers[site.args[i].reg];
+        return values[i];
     }
     std::int64_t integer(std::size_t i, KIND kind) const {
         const std::int64_t v = arg(i);
@@ -72,7 +73,7 @@ void write_stream(std::int64_t stream, const std::string& text) {
 
 std::int64_t print_to(call_state& c, std::int64_t stream, std::size_t format, bool list) {
     argument_source args = list ? argument_source(c.m, c.pointer(format + 1))
-                                : argument_source(c.m, &c.site.args, c.registers, format + 1);
+                                : argument_source(c.m, &c.site.args, &c.values, format + 1);
     const std::string text = format_text(c.m, c.text(format), args);
     write_stream(stream, text);
     return static_cast<std::int64_t>(text.size());
@@ -80,7 +81,7 @@ std::int64_t print_to(call_state& c, std::int64_t stream, std::size_t format, bo
 
 std::int64_t print_into(call_state& c, std::size_t format, bool bounded, bool list) {
     argument_source args = list ? argument_source(c.m, c.pointer(format + 1))
-                                : argument_source(c.m, &c.site.args, c.registers, format + 1);
+                                : argument_source(c.m, &c.site.args, &c.values, format + 1);
     std::string text = format_text(c.m, c.text(format), args);
     const std::int64_t length = static_cast<std::int64_t>(text.size());
     if (bounded) {
@@ -543,7 +544,7 @@ int find_builtin(const std::string& name) {
     return -1;
 }
 
-std::int64_t run_builtin(machine& m, int index, const call_site& site, const std::int64_t* registers) {
-    call_state state{m, site, registers};
+std::int64_t run_builtin(machine& m, int index, const call_site& site, std::vector<std::int64_t> values) {
+    call_state state{m, site, std::move(values)};
     return entries[index].run(state);
 }

@@ -16,7 +16,8 @@ int float_outcome(float a, float b) { return a == b ? 1 : a < b ? 2 : a > b ? 4 
 } // namespace
 
 machine::machine(lowered_program& program, memory& space, const options& choice)
-    : program_(program), space_(space), options_(choice), registers_(1024, 0) {}
+    : program_(program), space_(space), options_(choice), registers_(1024, 0),
+      defined_(choice.check ? registers_.size() : 0, 0) {}
 
 std::string machine::place() const {
     if (frames_.empty()) return "?:0";
@@ -49,8 +50,8 @@ void machine::no_function(const call_site& site) {
 
 // Makes the callee's frame: its registers behind the caller's, its locals on the stack, its parameters
 // stored.
-void machine::enter(const lowered_function& callee, const call_site& site, std::uint32_t caller_base,
-                    std::uint32_t dst) {
+void machine::enter(const lowered_function& callee, const call_site& site, const std::int64_t* arguments,
+                    std::uint32_t dst, std::uint32_t result) {
     if (!callee.has_body) no_function(site);
     if (site.args.size() < callee.params.size())
         throw program_fault("call of " + callee.name + " with too few arguments");
@@ -60,21 +61,17 @@ void machine::enter(const lowered_function& callee, const call_site& site, std::
     f.dst = dst;
     f.result_kind = site.result;
     f.has_result = site.has_result;
-    const std::uint32_t caller_registers = frames_.empty() ? 16 : frames_.back().function->registers;
-    f.base = caller_base + caller_registers;
+    f.result = result;
+    f.base = frames_.empty() ? 0 : frames_.back().base + frames_.back().function->registers;
     if (registers_.size() < f.base + callee.registers) {
         registers_.resize(2 * (f.base + callee.registers), 0);
         if (options_.check) defined_.resize(registers_.size(), 0);
     }
     space_.reserve_stack(FRAME_UNITS);
-    const std::int64_t* from = registers_.data() + caller_base;
     std::int64_t* to = registers_.data() + f.base;
     to[0] = 0;
     if (options_.check) std::fill_n(defined_.begin() + f.base, callee.registers, std::uint8_t{0});
 
-    if (site.result_units != 0)
-        f.result = static_cast<std::uint32_t>(
-            from[frames_.back().function->locals[site.result_local].address_register]);
     // The arguments behind the last named one follow it in memory.
     std::vector<std::uint32_t> extra_at;
     std::uint32_t vararg_units = 0;
@@ -103,14 +100,15 @@ void machine::enter(const lowered_function& callee, const call_site& site, std::
     for (std::size_t i = 0; i < callee.params.size(); i++) {
         const parameter& p = callee.params[i];
         const call_argument& arg = site.args[i];
+        const std::int64_t given = arguments[i];
         if (p.units != 0) {
             if (arg.units == 0)
                 throw program_fault("call of " + callee.name + " with a scalar for a structure");
             space_.copy(static_cast<std::uint32_t>(to[callee.locals[p.place].address_register]),
-                        static_cast<std::uint32_t>(from[arg.reg]), std::min(p.units, arg.units));
+                        static_cast<std::uint32_t>(given), std::min(p.units, arg.units));
             continue;
         }
-        const std::int64_t v = convert(arg.kind, p.kind, from[arg.reg]);
+        const std::int64_t v = convert(arg.kind, p.kind, given);
         if (p.in_register) {
             to[p.place] = v;
             if (options_.check) defined_[f.base + p.place] = 1;
@@ -120,13 +118,14 @@ void machine::enter(const lowered_function& callee, const call_site& site, std::
     }
     for (std::size_t i = 0; i < extra_at.size(); i++) {
         const call_argument& arg = site.args[callee.params.size() + i];
+        const std::int64_t given = arguments[callee.params.size() + i];
         const std::uint32_t at =
             static_cast<std::uint32_t>(to[callee.locals[callee.params.back().place].address_register]) +
             extra_at[i];
         if (arg.units != 0)
-            space_.copy(at, static_cast<std::uint32_t>(from[arg.reg]), arg.units);
+            space_.copy(at, static_cast<std::uint32_t>(given), arg.units);
         else
-            space_.store(arg.kind, at, from[arg.reg]);
+            space_.store(arg.kind, at, given);
     }
     frames_.push_back(f);
 }
@@ -165,33 +164,11 @@ std::int64_t machine::call_back(std::uint32_t address, const std::vector<std::in
     call_site site;
     if (found == program_.function_at.end()) no_function(site);
     const lowered_function& callee = program_.functions[static_cast<std::size_t>(found->second)];
-    site.name = callee.name;
     if (loops_ >= MAX_NESTING) throw program_fault("out of stack");
-    const std::uint32_t base = frames_.empty() ? 0 : frames_.back().base;
-    const std::uint32_t used = frames_.empty() ? 16 : frames_.back().function->registers;
-    if (registers_.size() < base + used + 16) registers_.resize(2 * (base + used + 16), 0);
-    // The arguments travel in registers behind the caller's own; the callee's registers overlay them once
-    // read.
-    for (std::size_t i = 0; i < arguments.size(); i++) {
-        registers_[base + used + 1 + i] = arguments[i];
-        site.args.push_back({used + 1 + static_cast<std::uint32_t>(i), KIND::U16, 0, 1});
-    }
+    site.name = callee.name;
+    site.args.assign(arguments.size(), {0, KIND::U16, 0, 1});
     site.has_result = true;
-    site.result = KIND::I16;
-    const std::vector<std::int64_t> kept(arguments);
-    call_site shifted = site;
-    // enter() reads the arguments relative to the caller's base while it fills registers behind them: give it
-    // copies that lie beyond what it fills.
-    const std::uint32_t beyond = used + callee.registers + 8;
-    if (registers_.size() < base + beyond + 16) {
-        registers_.resize(2 * (base + beyond + 16), 0);
-        if (options_.check) defined_.resize(registers_.size(), 0);
-    }
-    for (std::size_t i = 0; i < kept.size(); i++) {
-        registers_[base + beyond + i] = kept[i];
-        shifted.args[i].reg = beyond + static_cast<std::uint32_t>(i);
-    }
-    enter(callee, shifted, base, 0);
+    enter(callee, site, arguments.data(), 0, 0);
     loops_++;
     const std::int64_t result = execute(frames_.size());
     loops_--;
@@ -238,14 +215,18 @@ void machine::run_exit_functions() {
     }
 }
 
+// The values of a call's arguments, away from registers that the callee may move.
+void machine::gather(const call_site& site, const std::int64_t* registers) {
+    arguments_.clear();
+    for (const call_argument& arg : site.args) arguments_.push_back(registers[arg.reg]);
+}
+
 std::int64_t machine::execute(std::size_t bottom) {
     frame* f = &frames_.back();
     const instruction* code = f->function->code.data();
     std::int64_t* r = registers_.data() + f->base;
     std::uint32_t pc = f->pc;
     // Steps are counted a block at a time, at jumps and calls.
-    std::uint64_t steps = 0;
-    for (std::uint64_t c : counts_) steps += c;
     std::uint64_t budget = options_.max_steps;
 
     const auto reload = [&] {
@@ -458,7 +439,13 @@ std::int64_t machine::execute(std::size_t bottom) {
                     }
                 }
                 if (builtin < 0) {
-                    enter(program_.functions[static_cast<std::size_t>(callee)], site, f->base, in.dst);
+                    gather(site, r);
+                    enter(program_.functions[static_cast<std::size_t>(callee)], site, arguments_.data(),
+                          in.dst,
+                          site.result_units == 0
+                              ? 0
+                              : static_cast<std::uint32_t>(
+                                    r[f->function->locals[site.result_local].address_register]));
                     reload();
                     break;
                 }
@@ -474,7 +461,8 @@ std::int64_t machine::execute(std::size_t bottom) {
                     reload();
                     break;
                 }
-                const std::int64_t v = run_builtin(*this, builtin, site, r);
+                gather(site, r);
+                const std::int64_t v = run_builtin(*this, builtin, site, arguments_);
                 f = &frames_.back();
                 r = registers_.data() + f->base;
                 if (site.has_result)
@@ -485,7 +473,8 @@ std::int64_t machine::execute(std::size_t bottom) {
             case CODE::INTRINSIC: {
                 f->pc = pc;
                 const call_site& site = f->function->calls[static_cast<std::size_t>(in.imm)];
-                const std::int64_t v = run_builtin(*this, site.builtin, site, r);
+                gather(site, r);
+                const std::int64_t v = run_builtin(*this, site.builtin, site, arguments_);
                 if (site.has_result)
                     r[in.dst] =
                         site.result == KIND::F32 ? v : normalise(site.result, static_cast<std::uint64_t>(v));

@@ -62,8 +62,10 @@ class machine {
     };
 
     std::int64_t execute(std::size_t bottom);
-    void enter(const lowered_function& callee, const call_site& site, std::uint32_t caller_base,
-               std::uint32_t dst);
+    // Makes the callee's frame. `result`: where a structure result goes, 0 for none.
+    void enter(const lowered_function& callee, const call_site& site, const std::int64_t* arguments,
+               std::uint32_t dst, std::uint32_t result);
+    void gather(const call_site& site, const std::int64_t* registers);
     void leave();
     void trace_access(bool store, std::uint32_t address, unsigned bits, std::int64_t value);
     void copy(std::uint32_t to, std::uint32_t from, std::uint32_t units, bool is_volatile);
@@ -75,7 +77,8 @@ class machine {
     memory& space_;
     options options_;
     std::vector<std::int64_t> registers_;
-    std::vector<std::uint8_t> defined_; // with check only
+    std::vector<std::int64_t> arguments_; // of the call being made
+    std::vector<std::uint8_t> defined_;   // with check only
     std::vector<frame> frames_;
     std::size_t loops_ = 0; // nested executions, for call-backs
     std::vector<jump_target> jumps_;
@@ -85,9 +88,9 @@ class machine {
 // Where a library function finds its arguments, one after the other: at the call, or behind a va_list.
 class argument_source {
   public:
-    argument_source(machine& m, const std::vector<call_argument>* args, const std::int64_t* registers,
-                    std::size_t first)
-        : m_(m), args_(args), registers_(registers), next_(first) {}
+    argument_source(machine& m, const std::vector<call_argument>* args,
+                    const std::vector<std::int64_t>* values, std::size_t first)
+        : m_(m), args_(args), values_(values), next_(first) {}
     argument_source(machine& m, std::uint32_t list) : m_(m), list_(list) {}
 
     std::int64_t next(KIND kind);
@@ -95,7 +98,7 @@ class argument_source {
   private:
     machine& m_;
     const std::vector<call_argument>* args_ = nullptr;
-    const std::int64_t* registers_ = nullptr;
+    const std::vector<std::int64_t>* values_ = nullptr;
     std::size_t next_ = 0;
     std::uint32_t list_ = 0;
 };
@@ -103,8 +106,9 @@ class argument_source {
 // printf's work: the formatted text.
 std::string format_text(machine& m, const std::string& format, argument_source& args);
 
-// Runs library function `index`. `registers` are those of the caller.
-std::int64_t run_builtin(machine& m, int index, const call_site& site, const std::int64_t* registers);
+// Runs library function `index` on those values of the call's arguments. They are taken by value, since a
+// library function can call functions of the program.
+std::int64_t run_builtin(machine& m, int index, const call_site& site, std::vector<std::int64_t> values);
 
 // The program's text up to its zero.
 std::string text_at(machine& m, std::uint32_t address);

@@ -114,7 +114,7 @@ void memory::release_block(std::uint32_t address) {
 
 void memory::copy(std::uint32_t to, std::uint32_t from, std::uint32_t units) {
     if (units == 0) return;
-    // Whole objects can hold parts that were never stored to: copying them is no read.
+    // Whole objects can hold parts that were never stored to: copying them is no read, and counts as a store.
     const bool tracked = check_;
     check_ = false;
     try {
@@ -126,7 +126,7 @@ void memory::copy(std::uint32_t to, std::uint32_t from, std::uint32_t units) {
     }
     check_ = tracked;
     std::memmove(&units_[to], &units_[from], units * sizeof(std::uint16_t));
-    if (check_) std::memmove(&initialised_[to], &initialised_[from], units);
+    if (check_) std::fill_n(initialised_.begin() + to, units, std::uint8_t{1});
 }
 
 void memory::check_initialised(std::uint32_t address, std::uint32_t units, bool store) {
