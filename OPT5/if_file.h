@@ -185,15 +185,22 @@ class I_FILE {
         unsigned size; // payload bytes
     };
     RECORD_HEADER i_read_header();
-    unsigned i_read_u8();
-    int i_read_s8();
-    bool i_read_bool();
+    unsigned i_read_u8() { return get(); }
+    int i_read_s8() { return static_cast<signed char>(get()); }
+    bool i_read_bool() { return get() != 0; }
     unsigned i_read_u16();
     int i_read_s16();
     std::uint32_t i_read_u32();
     std::int32_t i_read_s32();
-    std::uint32_t i_read_uint();
-    std::int32_t i_read_sint();
+    // Most numbers of a file have one byte.
+    std::uint32_t i_read_uint() {
+        return cursor_ != limit_ && *cursor_ < 0x80 ? *cursor_++ : read_long_uint();
+    }
+    std::int32_t i_read_sint() {
+        if (cursor_ == limit_ || *cursor_ >= 0x80) return read_long_sint();
+        const int group = *cursor_++;
+        return group < 0x40 ? group : group - 0x80;
+    }
     // A zero-terminated string; valid until the next call.
     const char* i_read_string();
     // Exactly `n` bytes; valid until the next call of i_read_string.
@@ -204,11 +211,14 @@ class I_FILE {
     bool i_read_psn(PSN& psn);
     TYPE* i_read_typeref();
 
-    void i_write_i8(int value);
-    void i_write_bool(bool value);
+    void i_write_i8(int value) { append(static_cast<unsigned char>(value)); }
+    void i_write_bool(bool value) { append(value ? 1 : 0); }
     void i_write_i16(int value); // -32768 to 65535, else fatal
     void i_write_i32(std::uint32_t value);
-    void i_write_uint(std::uint32_t value);
+    void i_write_uint(std::uint32_t value) {
+        for (; value >= 0x80; value >>= 7) append(static_cast<unsigned char>(value | 0x80));
+        append(static_cast<unsigned char>(value));
+    }
     void i_write_sint(std::int32_t value);
     void i_write_string(const char* text);              // with its zero
     void i_write_string(const char* bytes, unsigned n); // without
@@ -239,13 +249,19 @@ class I_FILE {
     // whichever comes first, so that one comparison guards both.
     unsigned char get() { return cursor_ != limit_ ? *cursor_++ : get_slow(); }
     unsigned char get_slow();
+    std::uint32_t read_long_uint();
+    std::int32_t read_long_sint();
     void set_limit();
     bool read_header_record(IF_CLIENT* client);
     void begin_section(std::uint32_t offset, const char* what);
 
     // --- Type section (if_type.cpp).
     friend struct I_FILE_TYPES;
-    TYPE* find_typeref(unsigned number); // "invalid forward reference" is fatal
+    TYPE* find_typeref(unsigned number) { // "invalid forward reference" is fatal
+        const KNOWN_TYPE& known = known_types_[number % KNOWN_TYPES];
+        return known.number == number ? known.type : look_up_type(number);
+    }
+    TYPE* look_up_type(unsigned number);
     fkMDATA* find_mdataref(TYPE* csu, unsigned number);
     void if_read_type();
     void need_complete_types(); // a list that is still to come is fatal
@@ -273,7 +289,15 @@ class I_FILE {
     void if_write_all_options();
     void if_write_all_files();
     void if_write_all_globals();
+    // The record under construction, and what has left it on the way to the stream.
+    void append(unsigned char byte) {
+        if (used_ == buffer_.size()) grow(1);
+        buffer_[used_++] = byte;
+    }
+    void append(const void* bytes, std::size_t n);
+    void grow(std::size_t n);
     void put(const void* bytes, std::size_t n);
+    void put_out();
 
     struct TREE_FRAME {
         BASE_NODE* node;
@@ -293,6 +317,13 @@ class I_FILE {
     std::vector<OPTION_SET> option_sets_;
     TYPE_PKG* tp_ = nullptr;
     std::unordered_map<unsigned, TYPE_INFO> type_map_;
+    // The complete types that were asked for last, by the low bits of the number. Number 0 is no type.
+    static constexpr unsigned KNOWN_TYPES = 256;
+    struct KNOWN_TYPE {
+        unsigned number = 0;
+        TYPE* type = nullptr;
+    };
+    KNOWN_TYPE known_types_[KNOWN_TYPES];
     std::vector<const char*> file_names_;                // entry 0 is never used
     std::unordered_map<const char*, unsigned> file_ids_; // interned name to number
     std::uint32_t extra_ = 0;
@@ -313,8 +344,11 @@ class I_FILE {
     std::string scratch_; // result of i_read_string
 
     // Writers.
-    std::vector<unsigned char> buffer_; // record under construction
-    long written_ = 0;
+    std::vector<unsigned char> buffer_; // record under construction: its first `used_` bytes
+    std::size_t used_ = 0;
+    std::vector<unsigned char> out_; // whole records: the first `out_used_` bytes
+    std::size_t out_used_ = 0;
+    long written_ = 0; // of the file, those in `out_` included
     bool write_failed_ = false;
 };
 

@@ -67,6 +67,7 @@ long I_FILE::if_tell() { return writing_ ? written_ : window_offset_ + (cursor_ 
 
 void I_FILE::if_seek(long offset) {
     if (writing_) {
+        put_out();
         if (std::fseek(stream_, base_ + offset, SEEK_SET) != 0) write_failed_ = true;
         written_ = offset;
         return;
@@ -89,7 +90,12 @@ std::uint64_t I_FILE::bytes_left() { return static_cast<std::uint64_t>(std::max(
 
 I_FILE::RECORD_HEADER I_FILE::i_read_header() {
     if (record_end_ >= 0) {
-        if_seek(record_end_); // skips what a newer writer may have added to the record
+        if (if_tell() == record_end_) {
+            record_end_ = -1;
+            limit_ = window_end_;
+        } else {
+            if_seek(record_end_); // skips what a newer writer may have added to the record
+        }
     }
     const int id = get();
     if (id == REC_EOF) return {id, 0};
@@ -99,10 +105,6 @@ I_FILE::RECORD_HEADER I_FILE::i_read_header() {
     set_limit();
     return {id, size};
 }
-
-unsigned I_FILE::i_read_u8() { return get(); }
-int I_FILE::i_read_s8() { return static_cast<signed char>(get()); }
-bool I_FILE::i_read_bool() { return get() != 0; }
 
 unsigned I_FILE::i_read_u16() {
     const unsigned low = get();
@@ -118,7 +120,7 @@ std::uint32_t I_FILE::i_read_u32() {
 
 std::int32_t I_FILE::i_read_s32() { return static_cast<std::int32_t>(i_read_u32()); }
 
-std::uint32_t I_FILE::i_read_uint() {
+std::uint32_t I_FILE::read_long_uint() {
     unsigned char byte = get();
     if (byte < 0x80) return byte;
     std::uint32_t value = byte & 0x7fu;
@@ -130,7 +132,7 @@ std::uint32_t I_FILE::i_read_uint() {
     bad_file("a number has more than five bytes");
 }
 
-std::int32_t I_FILE::i_read_sint() {
+std::int32_t I_FILE::read_long_sint() {
     std::uint32_t value = 0;
     for (unsigned shift = 0; shift < 35; shift += 7) {
         const unsigned char byte = get();

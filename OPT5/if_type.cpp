@@ -746,7 +746,7 @@ struct I_FILE_TYPES {
 
 // --- I_FILE's side.
 
-TYPE* I_FILE::find_typeref(unsigned number) {
+TYPE* I_FILE::look_up_type(unsigned number) {
     if (number == 0) return nullptr;
     const auto found = type_map_.find(number);
     if (found == type_map_.end()) tp_die("invalid forward reference");
@@ -754,6 +754,7 @@ TYPE* I_FILE::find_typeref(unsigned number) {
     // complete: a function may turn out to be one that stands already.
     const TYPE_INFO& info = found->second;
     if (info.pending_lists != 0 && !info.type->is_csu()) tp_die("invalid forward reference");
+    if (info.pending_lists == 0) known_types_[number % KNOWN_TYPES] = {number, info.type};
     return info.type;
 }
 

@@ -20,30 +20,44 @@ constexpr char MAGIC[] = "!<icode>\n"; // 10 bytes with its zero
 
 // --- Primitives.
 
-void I_FILE::put(const void* bytes, std::size_t n) {
-    if (fwrite_unlocked(bytes, 1, n, stream_) != n) write_failed_ = true;
-    written_ += static_cast<long>(n);
+void I_FILE::grow(std::size_t n) {
+    const std::size_t needed = used_ + n;
+    buffer_.resize(needed > 2 * buffer_.size() ? needed : 2 * buffer_.size());
 }
 
-void I_FILE::i_write_i8(int value) { buffer_.push_back(static_cast<unsigned char>(value)); }
-void I_FILE::i_write_bool(bool value) { buffer_.push_back(value ? 1 : 0); }
+void I_FILE::append(const void* bytes, std::size_t n) {
+    if (n == 0) return;
+    if (n > buffer_.size() - used_) grow(n);
+    std::memcpy(&buffer_[used_], bytes, n);
+    used_ += n;
+}
+
+void I_FILE::put_out() {
+    if (fwrite_unlocked(out_.data(), 1, out_used_, stream_) != out_used_) write_failed_ = true;
+    out_used_ = 0;
+}
+
+void I_FILE::put(const void* bytes, std::size_t n) {
+    written_ += static_cast<long>(n);
+    if (n > out_.size() - out_used_) {
+        put_out();
+        if (n > out_.size()) {
+            if (fwrite_unlocked(bytes, 1, n, stream_) != n) write_failed_ = true;
+            return;
+        }
+    }
+    if (n != 0) std::memcpy(&out_[out_used_], bytes, n);
+    out_used_ += n;
+}
 
 void I_FILE::i_write_i16(int value) {
     if (value < -32768 || value > 65535) if_fatal(">> Value exceeds size of short\n");
-    buffer_.push_back(static_cast<unsigned char>(value));
-    buffer_.push_back(static_cast<unsigned char>(value >> 8));
+    append(static_cast<unsigned char>(value));
+    append(static_cast<unsigned char>(value >> 8));
 }
 
 void I_FILE::i_write_i32(std::uint32_t value) {
-    for (int shift = 0; shift < 32; shift += 8) buffer_.push_back(static_cast<unsigned char>(value >> shift));
-}
-
-void I_FILE::i_write_uint(std::uint32_t value) {
-    while (value >= 0x80) {
-        buffer_.push_back(static_cast<unsigned char>(value | 0x80));
-        value >>= 7;
-    }
-    buffer_.push_back(static_cast<unsigned char>(value));
+    for (int shift = 0; shift < 32; shift += 8) append(static_cast<unsigned char>(value >> shift));
 }
 
 void I_FILE::i_write_sint(std::int32_t value) {
@@ -52,20 +66,15 @@ void I_FILE::i_write_sint(std::int32_t value) {
         value >>= 7;
         const bool rest_is_sign = (value == 0 && (group & 0x40) == 0) || (value == -1 && (group & 0x40) != 0);
         if (rest_is_sign) {
-            buffer_.push_back(group);
+            append(group);
             return;
         }
-        buffer_.push_back(group | 0x80);
+        append(group | 0x80);
     }
 }
 
-void I_FILE::i_write_string(const char* text) {
-    buffer_.insert(buffer_.end(), text, text + std::strlen(text) + 1);
-}
-
-void I_FILE::i_write_string(const char* bytes, unsigned n) {
-    buffer_.insert(buffer_.end(), bytes, bytes + n);
-}
+void I_FILE::i_write_string(const char* text) { append(text, std::strlen(text) + 1); }
+void I_FILE::i_write_string(const char* bytes, unsigned n) { append(bytes, n); }
 
 void I_FILE::i_write_raw(const void* bytes, unsigned n) { put(bytes, n); }
 
@@ -93,15 +102,15 @@ void I_FILE::i_flush(int id) {
     unsigned char head[8];
     std::size_t n = 0;
     head[n++] = static_cast<unsigned char>(id);
-    auto size = static_cast<std::uint32_t>(buffer_.size());
+    auto size = static_cast<std::uint32_t>(used_);
     while (size >= 0x80) {
         head[n++] = static_cast<unsigned char>(size | 0x80);
         size >>= 7;
     }
     head[n++] = static_cast<unsigned char>(size);
     put(head, n);
-    put(buffer_.data(), buffer_.size());
-    buffer_.clear();
+    put(buffer_.data(), used_);
+    used_ = 0;
 }
 
 void I_FILE::i_write_eof() {
@@ -109,7 +118,10 @@ void I_FILE::i_write_eof() {
     put(&end, 1);
 }
 
-void I_FILE::if_flush() { std::fflush(stream_); }
+void I_FILE::if_flush() {
+    put_out();
+    if (std::fflush(stream_) != 0) write_failed_ = true;
+}
 
 // --- Creation and close.
 
@@ -124,8 +136,9 @@ I_FILE* I_FILE::if_create(std::FILE* stream, TYPE_PKG* types, const char* produc
     file->file_names_.push_back(nullptr);
     file->base_ = std::ftell(stream);
     if (file->base_ < 0) if_fatal(file->name_ + ": cannot seek in the output");
-    std::setvbuf(stream, nullptr, _IOFBF, BUFFER_SIZE);
-    file->buffer_.reserve(BUFFER_SIZE);
+    std::setvbuf(stream, nullptr, _IONBF, 0); // whole blocks reach it
+    file->buffer_.resize(BUFFER_SIZE);
+    file->out_.resize(BUFFER_SIZE);
     if_node_table_init();
     file->if_write_magic();
     file->body_offset_ = static_cast<std::uint32_t>(file->written_);
@@ -156,6 +169,7 @@ int I_FILE::if_close(I_FILE* file, bool abandon) {
         if (file->written_ > static_cast<long>(UINT32_MAX)) file->write_failed_ = true;
         file->if_seek(0);
         file->if_write_magic();
+        file->put_out();
     }
     std::FILE* stream = file->stream_;
     const bool writing = file->writing_;

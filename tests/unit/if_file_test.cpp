@@ -2,18 +2,25 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "OPT5/base_node.h"
 #include "OPT5/if_file.h"
 #include "OPT5/pragma.h"
 #include "OPT5/types.h"
+#include "tools/model/program.h"
 #include "tools/model/tree.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace {
 
@@ -143,6 +150,12 @@ class recorder final : public IF_CLIENT {
     void cl_ldspec_region(unsigned, unsigned region) override {
         log.push_back("region " + std::to_string(region));
     }
+    void cl_ir_begin_func(unsigned a, int b, int c, unsigned d, const PSN* psn) override {
+        log.push_back("ir begin " + std::to_string(a) + " " + std::to_string(b) + " " + std::to_string(c) +
+                      " " + std::to_string(d) + at(psn));
+    }
+    void cl_ir_ins(const PSN* psn) override { log.push_back("ir ins" + at(psn)); }
+    void cl_ir_end_func(const PSN* psn) override { log.push_back("ir end" + at(psn)); }
 
   private:
     static std::string at(const PSN* psn) {
@@ -404,6 +417,276 @@ TEST(Container, EveryRecordReachesTheClient) {
     EXPECT_EQ(client.exprs[0]->left->op, op::FLT) << "a comparison of floats takes the floating form";
 }
 
+// Puts a file together byte by byte, as a writer of any version would.
+class old_file {
+  public:
+    explicit old_file(int version) : version_(version) {}
+
+    old_file& u8(int value) {
+        record_.push_back(static_cast<unsigned char>(value));
+        return *this;
+    }
+    old_file& u(unsigned value) {
+        for (; value >= 0x80; value >>= 7) u8(static_cast<int>(value & 0x7f) | 0x80);
+        return u8(static_cast<int>(value));
+    }
+    old_file& text(const char* value) {
+        while (*value != '\0') u8(*value++);
+        return u8(0);
+    }
+    // A field that only some versions have.
+    old_file& u8_if(bool present, int value) { return present ? u8(value) : *this; }
+    old_file& end(int id) {
+        out_.push_back(static_cast<unsigned char>(id));
+        const bytes payload = std::move(record_);
+        record_.clear();
+        u(static_cast<unsigned>(payload.size()));
+        out_.insert(out_.end(), record_.begin(), record_.end());
+        out_.insert(out_.end(), payload.begin(), payload.end());
+        record_.clear();
+        return *this;
+    }
+    old_file& eof() {
+        out_.push_back(REC_EOF);
+        return *this;
+    }
+    old_file& section(int which) { // in the order of the header
+        offsets_[which] = out_.size();
+        return *this;
+    }
+    bytes finish() const {
+        old_file head(version_);
+        head.text("!<icode>\n").u8(version_).u8(version_ >> 8).u8(1000 & 0xff).u8(1000 >> 8);
+        const std::size_t length = 2 + 14 + 20 + 2 + (version_ >= -83 ? 4 : 0);
+        for (std::size_t offset : offsets_)
+            for (int shift = 0; shift < 32; shift += 8)
+                head.u8(static_cast<int>((offset == 0 ? 0 : offset + length) >> shift));
+        head.text("p");
+        if (version_ >= -83) head.u8(7).u8(0).u8(0).u8(0);
+        head.end(REC_HEADER);
+        EXPECT_EQ(head.out_.size(), length);
+        head.out_.insert(head.out_.end(), out_.begin(), out_.end());
+        return head.out_;
+    }
+
+  private:
+    int version_;
+    bytes record_, out_;
+    std::size_t offsets_[5] = {};
+};
+
+// Each field that came or went with a version stands where that version has it.
+TEST(Versions, FieldsStandWhereTheVersionHasThem) {
+    for (int v : {-90, -86, -85, -84, -83, -82, -81, -80, -77, -76, -75, -74, -73, -72, -71}) {
+        SCOPED_TRACE(v);
+        old_file f(v);
+        f.eof().section(2);                                        // types
+        f.u(10).u8(6).u8(0).u(16).u(16).u8(0).u8(0).end(REC_TYPE); // int
+        f.u(11).u8(24).u8(2).text("C").u8(1).u8(0).u(32).u(16).u8(1);
+        f.u8_if(v >= -84, 1).u8_if(v >= -81, 1).u(0).end(REC_TYPE);
+        f.u(11).u8(254).u8(7).end(REC_TYPE);
+        f.u(11).u8(28).u(1).text("m").u(10).u8(2).u(4).u8_if(v >= -74, 0x1f);
+        if (v >= -85)
+            f.u(5).u8(1).u8(0).u8(1);
+        else
+            f.u8(1).u(5).u8(1);
+        f.u(0).end(REC_TYPE);
+        f.u(11).u8(255).u8(7).end(REC_TYPE);
+        f.u(12).u8(18).u(10).u(2).u(32).u(16).u8(0).u8(1);
+        f.u8_if(v >= -76, 1).u8_if(v == -75 || v == -74, 0).end(REC_TYPE);
+        f.u(13).u8(22).text("E").u(16).u(16).u(10).u8_if(v >= -81, 9).u(0).end(REC_TYPE);
+        f.u(13).u8(254).u8(1).end(REC_TYPE);
+        f.u(13).u8(23).text("MINUS").u8(0x7f).u(0).end(REC_TYPE);
+        f.u(13).u8(255).u8(1).end(REC_TYPE);
+        f.eof().section(4);
+        for (unsigned type : {11u, 12u, 13u}) {
+            f.text("s").u(32).u(0).u8(SC_EXTDEF).u8(0).u8(0).u(type).u(0).u(16).u8(0).u(0).u(0).u(0);
+            f.u8_if(v >= -71, I_SYMTAB::EXTERNAL).end(REC_SYMBOL);
+        }
+        const bytes data = f.eof().finish();
+
+        recorder header_only;
+        I_FILE* file = I_FILE::if_open(stream_of(data), &header_only, "old.ic");
+        ASSERT_NE(file, nullptr);
+        EXPECT_EQ(file->extra_word(), v >= -83 ? 7u : 0u);
+        I_FILE::if_close(file, true);
+
+        model::program program;
+        std::string error;
+        std::FILE* stream = stream_of(data);
+        faults_throw guard;
+        ASSERT_NO_THROW(ASSERT_TRUE(program.read(stream, "old.ic", error)) << error);
+        ASSERT_EQ(program.globals.size(), 3u);
+        TYPE* c = program.globals[0]->type;
+        EXPECT_EQ(c->csu().is_struct_vector, v >= -84);
+        EXPECT_EQ(c->csu().is_cpp, v >= -81) << "an unmangled name is a name of C";
+        const fkMDATA& m = *c->member(1);
+        EXPECT_EQ(m.width, 5u);
+        EXPECT_EQ(m.offset, 4);
+        EXPECT_TRUE(m.bit_field);
+        EXPECT_EQ(m.flag2, v < -85);
+        EXPECT_EQ(m.flag3, v >= -85);
+        EXPECT_EQ(m.fti == nullptr ? "" : std::string(m.fti), v >= -74 ? "fti:1f" : "");
+        EXPECT_EQ(program.globals[1]->type->is_vector(), v >= -76);
+        EXPECT_EQ(program.globals[2]->type->enumeration().language, v >= -81 ? 9 : 0);
+        EXPECT_EQ(program.globals[2]->type->enumeration().enumerators.at(0).value, -1);
+        EXPECT_EQ(program.globals[0]->retention, v >= -71 ? I_SYMTAB::EXTERNAL : I_SYMTAB::DEFAULT_C);
+    }
+    recorder client;
+    EXPECT_EQ(read(old_file(-70).eof().section(4).eof().finish(), client), "refused");
+}
+
+TEST(Container, FileNamesKeepTheirNumbers) {
+    old_file f(-71);
+    f.u(3).u(8).u(9).u(0).end(REC_BEGIN_FUNC).eof().section(3);
+    for (const char* name : {"a.c", "b.h", "a.c"}) f.text(name).end(REC_SOURCE);
+    const bytes data = f.eof().section(4).eof().finish();
+    recorder client;
+    std::FILE* stream = stream_of(data);
+    I_FILE* file = I_FILE::if_open(stream, &client, "in.ic");
+    ASSERT_NE(file, nullptr);
+    file->if_read_file_names();
+    EXPECT_EQ(file->extra_word(), 7u);
+    EXPECT_STREQ(file->i_get_file_name(2), "b.h");
+    EXPECT_STREQ(file->i_get_file_name(3), "a.c") << "a name that comes twice has both numbers";
+    EXPECT_EQ(file->i_get_file_name(0), nullptr);
+    EXPECT_EQ(file->i_get_file_name(4), nullptr);
+    EXPECT_EQ(file->i_get_file_id("b.h"), 2u);
+    EXPECT_EQ(file->i_get_file_id("c.h"), 0u);
+    PSN psn{};
+    file->i_read_header();
+    ASSERT_TRUE(file->i_read_psn(psn));
+    EXPECT_STREQ(psn.file, "a.c");
+    EXPECT_EQ(psn.line, 8u);
+    I_FILE::if_close(file, true);
+
+    writer w;
+    EXPECT_EQ(w.file->i_enter_file_name("x.c"), 1u);
+    EXPECT_EQ(w.file->i_enter_file_name("y.c"), 2u);
+    EXPECT_EQ(w.file->i_enter_file_name(std::string("x.c").c_str()), 1u) << "names count by their text";
+    w.close();
+}
+
+TEST(Container, OutputThatCannotSeekIsRefused) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    std::FILE* stream = fdopen(ends[1], "wb");
+    TYPE_PKG types;
+    types.init_type_pkg();
+    faults_throw guard;
+    EXPECT_THROW(I_FILE::if_create(stream, &types, "p", "out.ic"), file_fault);
+    std::fclose(stream);
+    close(ends[0]);
+}
+
+TEST(Container, InstructionFunctionsReachTheirClient) {
+    old_file f(-71);
+    f.u(3).u8(0x7e).u8(0xff).u(9).u(0).end(REC_IR_BEGIN_FUNC);
+    f.u(0).text("bytes of the code generator").end(REC_INSTRUCTION);
+    f.u(0).end(REC_IR_END_FUNC);
+    const bytes data = f.eof().section(4).eof().finish();
+    recorder client;
+    EXPECT_EQ(read(data, client), "");
+    EXPECT_EQ(client.log, (std::vector<std::string>{"ir begin 3 -2 -1 9", "ir ins", "ir end"}));
+}
+
+// The last pragma that speaks of retention wins, and all outrank the record.
+TEST(Symbols, PragmasDecideRetention) {
+    const auto retention = [](const std::vector<int>& kinds) {
+        old_file f(-71);
+        f.eof().section(2).u(10).u8(49).end(REC_TYPE).eof().section(4);
+        f.text("s").u(0).u(0).u8(SC_EXTDEF).u8(0).u8(0).u(10).u(0).u(16).u8(static_cast<int>(kinds.size()));
+        f.u(0).u(0).u(0).u8(I_SYMTAB::EXTERNAL).end(REC_SYMBOL);
+        for (int kind : kinds) f.u(static_cast<unsigned>(kind)).u(0).end(REC_PRAGMA);
+        recorder client;
+        EXPECT_EQ(read(f.eof().finish(), client), "");
+        return client.symbols.at(0)->retention;
+    };
+    EXPECT_EQ(retention({}), I_SYMTAB::EXTERNAL);
+    EXPECT_EQ(retention({PRAG_INLINE}), I_SYMTAB::EXTERNAL);
+    EXPECT_EQ(retention({PRAG_FUNC_EXT_CALLED}), I_SYMTAB::ALWAYS);
+    EXPECT_EQ(retention({PRAG_SYM_IS_REFERENCED, PRAG_SYM_IS_DEAD}), I_SYMTAB::NEVER);
+    EXPECT_EQ(retention({PRAG_SYM_IS_DEAD, PRAG_SYM_IS_REFERENCED}), I_SYMTAB::ALWAYS);
+}
+
+// Numbers that share their low bits with others, and with the null type.
+TEST(Types, NumbersMayBeLarge) {
+    old_file f(-71);
+    f.eof().section(2);
+    const std::vector<unsigned> numbers = {256, 512, 0x80000100, 1};
+    for (unsigned number : numbers)
+        f.u(number).u8(6).u8(0).u(number == 1 ? 32 : 16).u(number % 1000 + 8).u8(0).u8(0).end(REC_TYPE);
+    f.eof().section(4);
+    for (int round = 0; round < 2; round++)
+        for (unsigned number : numbers) {
+            f.text("s").u(16).u(0).u8(SC_EXTDEF).u8(0).u8(0).u(number).u(0).u(16).u8(0).u(0).u(0).u(0).u8(0);
+            f.end(REC_SYMBOL);
+        }
+    recorder client;
+    ASSERT_EQ(read(f.eof().finish(), client), "");
+    ASSERT_EQ(client.symbols.size(), 8u);
+}
+
+// What a client would meet as a dangling pointer, or as a count that the record cannot hold, is refused.
+TEST(Damage, WhatWouldDangleIsRefused) {
+    const auto fault_of_types = [](const auto& write) {
+        old_file f(-71);
+        f.eof().section(2);
+        f.u(10).u8(6).u8(0).u(16).u(16).u8(0).u8(0).end(REC_TYPE);
+        write(f);
+        recorder client;
+        return read(f.eof().section(4).eof().finish(), client);
+    };
+    const auto function = [](old_file& f, unsigned number) {
+        f.u(number).u8(20).u(10).u8(0).u8(1).u8(0).u8(0).end(REC_TYPE);
+    };
+    const auto list = [](old_file& f, unsigned number, int code, int id) {
+        f.u(number).u8(code).u8(id).end(REC_TYPE);
+    };
+    // A function that is not complete may turn out to be one that stands already, and goes.
+    EXPECT_EQ(fault_of_types([&](old_file& f) {
+                  function(f, 11);
+                  f.u(12).u8(15).u(11).u(16).u(16).end(REC_TYPE);
+              }),
+              "invalid forward reference");
+    EXPECT_EQ(fault_of_types([&](old_file& f) {
+                  function(f, 11);
+                  list(f, 11, 255, -1);
+              }),
+              "Unexpected type attribute");
+    EXPECT_NE(fault_of_types([&](old_file& f) { function(f, 11); }).find("not complete"), std::string::npos);
+
+    // A local lives as long as its function is open.
+    writer w;
+    TYPE* i = w.types.int_type(IK_INT);
+    model::symbol* main = w.global("main", w.types.mk_func({i, {}, false, true, 0, false}), SC_EXTDEF);
+    w.file->if_write_begin_func(main, nullptr);
+    model::symbol* x = w.symbol("x", i, SC_AUTO);
+    w.file->if_enter_local(x);
+    w.file->if_write_symbol(x);
+    w.file->if_write_end_func(nullptr);
+    w.file->i_write_uint(0);
+    w.file->i_flush(REC_INIT); // still in the body
+    w.file->if_write_expr_node(w.name(x));
+    w.file->if_write_expr_node(w.nodes.new_tree(op::ENDINIT, i));
+    recorder client;
+    EXPECT_NE(read(w.close(), client).find("local symbol 0 is not in the table"), std::string::npos);
+
+    faults_throw guard;
+    writer other;
+    model::symbol* g = other.global("g", other.types.int_type(IK_INT), SC_EXTDEF);
+    for (int n = 0; n < 128; n++) {
+        PRAGMA* pragma = other.nodes.new_pragma(PRAG_INLINE);
+        pragma->next = g->pragmas;
+        g->pragmas = pragma;
+    }
+    EXPECT_THROW(other.file->if_write_symbol(g), file_fault);
+    EXPECT_THROW(
+        other.file->if_write_dep_vector(1, 1, std::vector<std::pair<std::uint8_t, std::int8_t>>(256)),
+        file_fault);
+    I_FILE::if_close(other.file, true);
+}
+
 // Trees as deep as a file is long cost no stack in either direction.
 TEST(Trees, MayBeAMillionDeep) {
     constexpr int DEPTH = 1'000'000;
@@ -441,16 +724,26 @@ TEST(Damage, EveryTruncationEndsCleanly) {
     }
 }
 
+// Over the seeds of the fuzzer and the file of all records. Sanitizers are the judges, and that what was read
+// can be written and read again.
 TEST(Damage, EverySingleByteMutationEndsCleanly) {
-    const bytes data = whole_file();
-    std::fflush(stdout);
-    for (std::size_t at = 0; at < data.size(); at++)
-        for (int change : {0x01, 0x40, 0x80, 0xff, 0x7f}) {
-            bytes mutant = data;
-            mutant[at] = static_cast<unsigned char>(mutant[at] ^ change);
-            recorder client;
-            read(mutant, client); // sanitizers and the depth of the stack are the judges
-        }
+    std::vector<bytes> files{whole_file()};
+    for (const auto& entry : std::filesystem::directory_iterator(CORPUS_DIR)) {
+        std::ifstream in(entry.path(), std::ios::binary);
+        files.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    ASSERT_GT(files.size(), 1u) << "no seeds in " << CORPUS_DIR;
+    testing::internal::CaptureStdout(); // unknown records are told there
+    for (const bytes& data : files) {
+        LLVMFuzzerTestOneInput(data.data(), data.size());
+        for (std::size_t at = 0; at < data.size(); at++)
+            for (int change : {0x01, 0x40, 0x80, 0xff}) {
+                bytes mutant = data;
+                mutant[at] = static_cast<unsigned char>(mutant[at] ^ change);
+                LLVMFuzzerTestOneInput(mutant.data(), mutant.size());
+            }
+    }
+    testing::internal::GetCapturedStdout();
 }
 
 } // namespace
