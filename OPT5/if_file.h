@@ -264,7 +264,7 @@ class I_FILE {
     TYPE* look_up_type(unsigned number);
     fkMDATA* find_mdataref(TYPE* csu, unsigned number);
     void if_read_type();
-    void need_complete_types(); // a list that is still to come is fatal
+    void need_complete_types(); // a list still to come is fatal, and so is a type that holds itself
     void if_mark_global_types();
 
     // --- Symbols and trees (if_symbol.cpp).

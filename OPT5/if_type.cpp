@@ -364,6 +364,12 @@ struct I_FILE_TYPES {
     void read() {
         const unsigned number = f.i_read_uint();
         const int code = static_cast<int>(f.i_read_u8());
+        tp.set_wanted_uid(number); // so that what is read and written again keeps its numbers
+        read_payload(number, code);
+        tp.set_wanted_uid(0);
+    }
+
+    void read_payload(unsigned number, int code) {
         if (code < CODE_FLOAT || code == CODE_LLONG || code == CODE_ULLONG) {
             read_int(number, code);
             return;
@@ -433,7 +439,42 @@ struct I_FILE_TYPES {
         }
     }
 
-    // --- Writing. `written_` and `lists_` are by number.
+    // No type may hold itself by value: whoever walks through members would not come to an end.
+    void need_finite_types() {
+        enum STATE : unsigned char { NEW, OPEN, DONE };
+        const std::vector<TYPE*>& all = tp.all_types();
+        std::vector<STATE> states(all.size(), NEW);
+        std::vector<TYPE*> stack;
+        const auto push = [&](TYPE* held) {
+            held = held->true_type();
+            if (held->kind() < TYPE::CLASS_KIND && held->kind() != TYPE::ARRAY_KIND) return;
+            if (states[held->uid()] == OPEN)
+                f.bad_file("type " + std::to_string(held->uid()) + " holds itself");
+            if (states[held->uid()] == NEW) stack.push_back(held);
+        };
+        for (TYPE* type : all) {
+            if (type == nullptr) continue;
+            push(type);
+            while (!stack.empty()) {
+                TYPE* top = stack.back();
+                STATE& state = states[top->uid()];
+                if (state != NEW) {
+                    state = DONE;
+                    stack.pop_back();
+                    continue;
+                }
+                state = OPEN;
+                if (top->is_array()) {
+                    push(top->elem_type());
+                    continue;
+                }
+                for (const fkMDATA* member : top->csu().members) push(member->type);
+                for (const fkBCLASS& base : top->csu().bases) push(base.type);
+            }
+        }
+    }
+
+    // --- Writing. `written_` is by number.
 
     std::vector<bool> written_;
 
@@ -786,6 +827,7 @@ void I_FILE::if_read_type_defs() {
 void I_FILE::need_complete_types() {
     for (const auto& [number, info] : type_map_)
         if (info.pending_lists != 0) bad_file("a type is not complete at the end of its section");
+    if (tp_ != nullptr) I_FILE_TYPES(*this).need_finite_types();
 }
 
 void I_FILE::if_mark_global_types() {

@@ -7,7 +7,19 @@
 
 #include "types.h"
 
+#include <algorithm>
 #include <cstring>
+#include <set>
+
+namespace {
+
+// A name made up for a type without a tag. It makes no two types one: only their place in another type does.
+bool is_made_up(const char* name) { return std::strncmp(name, "$$fake", 6) == 0; }
+
+// Different types of one name that a search goes through.
+constexpr int MAX_VARIANTS = 16;
+
+} // namespace
 
 bool TYPE_PKG::exact_types(const TYPE* a, const TYPE* b) const {
     if (a == b) return true;
@@ -36,14 +48,15 @@ bool TYPE_PKG::exact_types(const TYPE* a, const TYPE* b) const {
 }
 
 bool TYPE_PKG::compatible_types(const TYPE* left, const TYPE* right, bool ignore_qualifiers) const {
-    struct PAIR {
+    struct QUESTION {
         TYPE* a;
         TYPE* b;
         bool ignore;
     };
-    std::vector<PAIR> pending{{const_cast<TYPE*>(left), const_cast<TYPE*>(right), ignore_qualifiers}};
+    std::vector<QUESTION> pending{{const_cast<TYPE*>(left), const_cast<TYPE*>(right), ignore_qualifiers}};
+    std::set<std::pair<unsigned, unsigned>> seen; // functions, by number: what they share is compared once
     while (!pending.empty()) {
-        PAIR pair = pending.back();
+        const QUESTION pair = pending.back();
         pending.pop_back();
         if (pair.a == pair.b) continue;
         if (pair.a == nullptr || pair.b == nullptr) return false;
@@ -84,6 +97,7 @@ bool TYPE_PKG::compatible_types(const TYPE* left, const TYPE* right, bool ignore
                 pending.push_back({a->array_->elem_type, b->array_->elem_type, pair.ignore});
                 break;
             case TYPE::FUNC_KIND: {
+                if (!seen.emplace(a->uid_, b->uid_).second && a->uid_ != 0 && b->uid_ != 0) break;
                 const FUNC_BODY &x = *a->func_, &y = *b->func_;
                 pending.push_back({x.return_type, y.return_type, true});
                 if (!x.proto || !y.proto) break;
@@ -105,25 +119,23 @@ bool TYPE_PKG::mdata_equal(const fkMDATA& a, const fkMDATA& b) const {
 
 std::string TYPE_PKG::demangle_type_name(const char* name, bool* is_cpp) const {
     // A mangled class name is its length and its letters, possibly nested in N..E; anything else is plain.
+    std::string_view rest = name;
     std::string plain;
-    const char* p = name;
-    const bool nested = *p == 'N';
-    if (nested) p++;
-    bool mangled = *p >= '1' && *p <= '9';
-    while (mangled && *p >= '1' && *p <= '9') {
-        char* rest = nullptr;
-        const unsigned long length = std::strtoul(p, &rest, 10);
-        if (length > std::strlen(rest)) {
-            mangled = false;
-            break;
-        }
+    const bool nested = rest.starts_with('N');
+    if (nested) rest.remove_prefix(1);
+    bool mangled = false;
+    do {
+        std::size_t length = 0, digits = 0;
+        while (digits < rest.size() && rest[digits] >= (digits == 0 ? '1' : '0') && rest[digits] <= '9' &&
+               length < rest.size())
+            length = length * 10 + static_cast<std::size_t>(rest[digits++] - '0');
+        mangled = digits != 0 && length <= rest.size() - digits;
+        if (!mangled) break;
         if (!plain.empty()) plain += "::";
-        plain.append(rest, length);
-        p = rest + length;
-        if (!nested) break;
-    }
-    if (mangled && nested) mangled = *p++ == 'E';
-    if (mangled) mangled = *p == '\0';
+        plain += rest.substr(digits, length);
+        rest.remove_prefix(digits + length);
+    } while (nested && !rest.empty() && rest[0] != 'E');
+    mangled = mangled && rest == (nested ? "E" : "");
     if (is_cpp != nullptr) *is_cpp = mangled;
     return mangled ? plain : std::string(name);
 }
@@ -133,125 +145,173 @@ int TYPE_PKG::compare_type_names(const char* a, const char* b) const {
     return demangle_type_name(a).compare(demangle_type_name(b));
 }
 
-namespace {
-
-// The made-up names of types without a tag never make two types one.
-bool is_made_up(const char* name) { return std::strncmp(name, "$$fake", 6) == 0; }
-
-} // namespace
-
-bool TYPE_PKG::csu_equal(TYPE* a, TYPE* b, std::vector<std::pair<TYPE*, TYPE*>>& assumed) {
+bool TYPE_PKG::csu_equal(TYPE* a, TYPE* b, int from, std::vector<PAIR>& pairs) const {
     const CSU_BODY &x = *a->csu_, &y = *b->csu_;
     if (x.members.size() != y.members.size() || x.bases.size() != y.bases.size() ||
         x.static_members.size() != y.static_members.size() ||
-        x.member_functions.size() != y.member_functions.size() || x.is_complete != y.is_complete ||
-        x.is_struct_vector != y.is_struct_vector)
+        x.member_functions.size() != y.member_functions.size() || x.is_lowered != y.is_lowered ||
+        x.is_struct_vector != y.is_struct_vector || x.is_cpp != y.is_cpp || x.count_word != y.count_word)
         return false;
     for (std::size_t i = 0; i < x.members.size(); i++) {
         if (!mdata_equal(*x.members[i], *y.members[i])) return false;
-        assumed.emplace_back(x.members[i]->type, y.members[i]->type);
+        pairs.push_back({x.members[i]->type, y.members[i]->type, from});
     }
     for (std::size_t i = 0; i < x.bases.size(); i++) {
         if (x.bases[i].offset != y.bases[i].offset || x.bases[i].is_virtual != y.bases[i].is_virtual)
             return false;
-        assumed.emplace_back(x.bases[i].type, y.bases[i].type);
+        pairs.push_back({x.bases[i].type, y.bases[i].type, from});
     }
     for (std::size_t i = 0; i < x.static_members.size(); i++) {
         if (x.static_members[i].name != y.static_members[i].name) return false;
-        assumed.emplace_back(x.static_members[i].type, y.static_members[i].type);
+        pairs.push_back({x.static_members[i].type, y.static_members[i].type, from});
     }
     for (std::size_t i = 0; i < x.member_functions.size(); i++) {
         if (x.member_functions[i].name != y.member_functions[i].name) return false;
-        assumed.emplace_back(x.member_functions[i].type, y.member_functions[i].type);
+        pairs.push_back({x.member_functions[i].type, y.member_functions[i].type, from});
     }
     return true;
 }
 
-// True when the two types, and all that they are built from, have one meaning.
-bool TYPE_PKG::equiv_mtypes(TYPE* a, TYPE* b) {
-    std::vector<std::pair<TYPE*, TYPE*>> pending{{a, b}};
-    std::map<std::pair<unsigned, unsigned>, bool> seen;
-    while (!pending.empty()) {
-        auto [x, y] = pending.back();
-        pending.pop_back();
-        if (x == nullptr || y == nullptr) {
-            if (x != y) return false;
-            continue;
-        }
-        x = x->equiv_end();
-        y = y->equiv_end();
-        if (x == y || !seen.emplace(std::make_pair(x->uid_, y->uid_), true).second) continue;
-        if (x->kind_ != y->kind_ || x->size_ != y->size_ || x->align_ != y->align_ ||
-            x->subkind_ != y->subkind_)
+// Compares two types but for their parts, which become pairs of their own.
+bool TYPE_PKG::body_equal(TYPE* x, TYPE* y, int from, std::vector<PAIR>& pairs) const {
+    if (x->kind_ != y->kind_) return false;
+    const bool named = !is_made_up(x->name_) || !is_made_up(y->name_);
+    if (named && compare_type_names(x->name_, y->name_) != 0) return false;
+    if (x->csu_ != nullptr && x->csu_->is_complete != y->csu_->is_complete) return named;
+    if (x->size_ != y->size_ || x->align_ != y->align_ || x->subkind_ != y->subkind_ ||
+        x->explicit_sign_ != y->explicit_sign_ || x->is_bool_ != y->is_bool_ || x->lowered_ != y->lowered_)
+        return false;
+    pairs.push_back({x->target_, y->target_, from});
+    pairs.push_back({x->class_, y->class_, from});
+    if (x->array_ != nullptr) {
+        const ARRAY_BODY &m = *x->array_, &n = *y->array_;
+        if (m.count != n.count || m.is_complete != n.is_complete || m.is_vector != n.is_vector) return false;
+        pairs.push_back({m.elem_type, n.elem_type, from});
+    }
+    if (x->func_ != nullptr) {
+        const FUNC_BODY &m = *x->func_, &n = *y->func_;
+        if (m.vararg != n.vararg || m.proto != n.proto || m.cc_kind != n.cc_kind ||
+            m.params.size() != n.params.size())
             return false;
-        if (x->explicit_sign_ != y->explicit_sign_ || x->is_bool_ != y->is_bool_ ||
-            x->lowered_ != y->lowered_)
-            return false;
-        if (x->kind_ == TYPE::TYPEDEF_KIND || x->kind_ >= TYPE::ENUM_KIND)
-            if (compare_type_names(x->name_, y->name_) != 0) return false;
-        pending.emplace_back(x->target_, y->target_);
-        pending.emplace_back(x->class_, y->class_);
-        if (x->array_ != nullptr) {
-            const ARRAY_BODY &m = *x->array_, &n = *y->array_;
-            if (m.count != n.count || m.is_complete != n.is_complete || m.is_vector != n.is_vector)
-                return false;
-            pending.emplace_back(m.elem_type, n.elem_type);
+        pairs.push_back({m.return_type, n.return_type, from});
+        for (std::size_t i = 0; i < m.params.size(); i++) {
+            if (m.params[i].attributes != n.params[i].attributes) return false;
+            pairs.push_back({m.params[i].type, n.params[i].type, from});
         }
-        if (x->func_ != nullptr) {
-            const FUNC_BODY &m = *x->func_, &n = *y->func_;
-            if (m.vararg != n.vararg || m.proto != n.proto || m.cc_kind != n.cc_kind ||
-                m.params.size() != n.params.size())
+    }
+    if (x->enum_ != nullptr) {
+        const ENUM_BODY &m = *x->enum_, &n = *y->enum_;
+        if (m.enumerators.size() != n.enumerators.size()) return false;
+        for (std::size_t i = 0; i < m.enumerators.size(); i++)
+            if (m.enumerators[i].name != n.enumerators[i].name ||
+                m.enumerators[i].value != n.enumerators[i].value)
                 return false;
-            pending.emplace_back(m.return_type, n.return_type);
-            for (std::size_t i = 0; i < m.params.size(); i++) {
-                if (m.params[i].attributes != n.params[i].attributes) return false;
-                pending.emplace_back(m.params[i].type, n.params[i].type);
+        pairs.push_back({m.underlying_type, n.underlying_type, from});
+    }
+    return x->csu_ == nullptr || csu_equal(x, y, from, pairs);
+}
+
+// True when the types have one meaning; `pairs` then holds all pairs that have, as far as they are not the
+// same already. Where two types differ, so do all on the way to them, and none of these is compared again.
+bool TYPE_PKG::equal_pairs(TYPE* a, TYPE* b, std::vector<PAIR>& pairs) {
+    using KEY = std::pair<unsigned, unsigned>;
+    const auto key = [](const TYPE* x, const TYPE* y) -> KEY { return std::minmax(x->uid_, y->uid_); };
+    std::set<KEY> seen{key(a, b)};
+    pairs = {{a, b, -1}};
+    std::vector<PAIR> parts;
+    for (std::size_t i = 0; i < pairs.size(); i++) {
+        const auto [x, y, from] = pairs[i];
+        const auto index = static_cast<int>(i);
+        parts.clear();
+        bool equal = !unequal_.contains(key(x, y)) && body_equal(x, y, index, parts);
+        for (const PAIR& part : parts) {
+            if (part.a == nullptr || part.b == nullptr) {
+                equal = equal && part.a == part.b;
+                continue;
             }
+            TYPE* m = part.a->equiv_end();
+            TYPE* n = part.b->equiv_end();
+            if (m == n || !equal) continue;
+            if (m->uid_ == 0 || n->uid_ == 0)
+                equal = false;
+            else if (seen.insert(key(m, n)).second)
+                pairs.push_back({m, n, index});
         }
-        if (x->enum_ != nullptr) {
-            const ENUM_BODY &m = *x->enum_, &n = *y->enum_;
-            if (m.enumerators.size() != n.enumerators.size()) return false;
-            for (std::size_t i = 0; i < m.enumerators.size(); i++)
-                if (m.enumerators[i].name != n.enumerators[i].name ||
-                    m.enumerators[i].value != n.enumerators[i].value)
-                    return false;
-            pending.emplace_back(m.underlying_type, n.underlying_type);
-        }
-        if (x->csu_ != nullptr && !csu_equal(x, y, pending)) return false;
+        if (equal) continue;
+        for (int at = index; at >= 0; at = pairs[static_cast<std::size_t>(at)].from)
+            unequal_.insert(
+                key(pairs[static_cast<std::size_t>(at)].a, pairs[static_cast<std::size_t>(at)].b));
+        return false;
     }
     return true;
 }
 
-bool TYPE_PKG::merge_types(TYPE* a, TYPE* b) {
-    if (a == b) return true;
-    if (!equiv_mtypes(a, b)) return false;
-    // The later type gives way to the earlier one.
-    if (a->uid_ < b->uid_)
+bool TYPE_PKG::equiv_mtypes(TYPE* a, TYPE* b) {
+    a = a->equiv_end();
+    b = b->equiv_end();
+    std::vector<PAIR> pairs;
+    return a == b || equal_pairs(a, b, pairs);
+}
+
+void TYPE_PKG::link_types(TYPE* a, TYPE* b) {
+    const bool a_stands = a->csu_ != nullptr && a->csu_->is_complete != b->csu_->is_complete
+                              ? a->csu_->is_complete
+                              : a->uid_ < b->uid_;
+    if (a_stands)
         b->set_equiv(a);
     else
         a->set_equiv(b);
+}
+
+bool TYPE_PKG::merge_types(TYPE* a, TYPE* b) {
+    a = a->equiv_end();
+    b = b->equiv_end();
+    if (a == b) return true;
+    std::vector<PAIR> pairs;
+    if (!equal_pairs(a, b, pairs)) return false;
+    // What proves them one proves the structures and enumerations in them one, which need no comparison of
+    // their own any more. Derived types are left to find_equivalent_type, which finds them by name and
+    // parent. A declared structure can be paired with two that differ: only the first of them gets it.
+    for (const PAIR& pair : pairs)
+        if (pair.from < 0 || (pair.a->kind_ >= TYPE::ENUM_KIND && pair.a->equiv_end() == pair.a &&
+                              pair.b->equiv_end() == pair.b))
+            link_types(pair.a, pair.b);
     return true;
+}
+
+// Merges one type whose parts have been merged.
+void TYPE_PKG::merge_by_name(TYPE* type) {
+    type->merged_ = true;
+    if (type->equiv_end() != type || type->referenced_ || type->parent_ == nullptr) return;
+    if (type->kind_ >= TYPE::ENUM_KIND && (is_made_up(type->name_) || !type->has_name())) return;
+
+    // Earlier types of that name; the first that is equal is the representative. Those that differ from the
+    // first stand behind it under longer names, and a name has few of them or is not worth the search.
+    auto& names = type->parent_->equiv_end()->based_.by_name;
+    std::string key = type->map_name();
+    for (int variant = 0; variant < MAX_VARIANTS; variant++) {
+        const auto [entry, is_new] = names.emplace(key, type);
+        if (is_new || entry->second == type || merge_types(entry->second, type)) return;
+        key += "__merged";
+    }
 }
 
 int TYPE_PKG::find_equivalent_type(TYPE* type) {
     if (type->uid_ == 0) return 0;
     if (type->merged_ || type->is_void()) return 1;
-    type->merged_ = true;
-    TYPE* end = type->equiv_end();
-    if (end != type || end->referenced_ || type->parent_ == nullptr) return 0;
-
-    TYPE* parent = type->parent_->equiv_end();
-    if (type->kind_ >= TYPE::ENUM_KIND) {
-        if (is_made_up(type->name_) || !type->has_name()) return 0;
-        // Earlier types of that tag; the first that is equal is the representative.
-        auto [entry, is_new] = parent->based_.by_name.emplace(type->map_name(), type);
-        if (is_new || entry->second == type) return 0;
-        return merge_types(entry->second, type) ? 1 : 0;
+    std::vector<TYPE*> stack{type}, parts;
+    while (!stack.empty()) {
+        TYPE* top = stack.back();
+        const std::size_t height = stack.size();
+        if (!top->merged_ && top->kind_ < TYPE::ENUM_KIND) {
+            parts.clear();
+            top->append_parts(parts);
+            for (TYPE* part : parts)
+                if (!part->merged_) stack.push_back(part);
+        }
+        if (stack.size() != height) continue;
+        if (!top->merged_) merge_by_name(top);
+        stack.pop_back();
     }
-    const std::string key = type->map_name();
-    auto [entry, is_new] = parent->based_.by_name.emplace(key, type);
-    if (is_new || entry->second == type) return 0;
-    if (merge_types(entry->second, type)) return 1;
-    parent->based_.by_name.emplace(key + "__merged", type);
-    return 0;
+    return type->equiv_end() != type ? 1 : 0;
 }

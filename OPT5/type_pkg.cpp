@@ -6,9 +6,12 @@
 
 #include "types.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <unordered_map>
 
 int TYPE_PKG::cpu_version = 0;
 int TYPE_PKG::abi = 0;
@@ -25,6 +28,16 @@ constexpr TYPE_LAYOUT float_layout = {32, 32};
 constexpr TYPE_LAYOUT pointer_layout = {16, 16};
 
 constexpr std::uint64_t MAX_OBJECT_BYTES = 0x0fffffff; // the bits of an object fit 32 bits
+
+// How far the wish of set_wanted_uid may reach past what the number of types accounts for: the table of
+// types is indexed by number, and a file may ask for any.
+constexpr std::size_t MAX_UID_GAP = 1u << 20;
+
+// Bits of `count` objects; the largest number where the product has no 64 bits.
+std::uint64_t bits_of(std::uint64_t size, std::uint64_t count) {
+    std::uint64_t product = 0;
+    return __builtin_mul_overflow(size, count, &product) ? UINT64_MAX : product;
+}
 
 } // namespace
 
@@ -52,39 +65,52 @@ TYPE_PKG::~TYPE_PKG() {
 }
 
 void TYPE_PKG::delete_type_tree(TYPE* type, bool self, bool keep_basic) {
-    // A list of everything derived from `type`, then one pass over all types.
-    std::vector<TYPE*> doomed{type};
-    for (std::size_t i = 0; i < doomed.size(); i++)
-        doomed.insert(doomed.end(), doomed[i]->based_.list.begin(), doomed[i]->based_.list.end());
-    std::vector<bool> dies(by_uid_.size() + 1, false);
-    bool root_dies = false;
-    for (TYPE* t : doomed) {
-        if (t == type && !self) continue;
-        bool basic = false;
-        for (const TYPE* b : basic_) basic = basic || b == t;
-        if (basic && keep_basic) continue;
-        if (t == root_)
-            root_dies = true;
-        else if (t->uid_ != 0)
-            dies[t->uid_] = true;
+    // A type goes with its parent and with every type that it is built from.
+    std::unordered_map<const TYPE*, std::vector<TYPE*>> users;
+    std::vector<TYPE*> parts;
+    for (TYPE* t : all_) {
+        parts.clear();
+        t->append_parts(parts);
+        if (t->parent_ != nullptr) parts.push_back(t->parent_);
+        for (const TYPE* part : parts) users[part].push_back(t);
     }
-    const auto is_doomed = [&](const TYPE* t) {
-        return t == root_ ? root_dies : (t->uid_ != 0 ? static_cast<bool>(dies[t->uid_]) : root_dies);
+    std::vector<TYPE*> doomed;
+    const auto doom = [&](TYPE* t) {
+        const bool basic =
+            t == root_ || std::find(std::begin(basic_), std::end(basic_), t) != std::end(basic_);
+        if (t->doomed_ || (basic && keep_basic) || (t == type && !self)) return;
+        t->doomed_ = true;
+        doomed.push_back(t);
     };
-    for (auto entry = by_name_.begin(); entry != by_name_.end();)
-        entry = is_doomed(entry->second) ? by_name_.erase(entry) : std::next(entry);
+    doom(type);
+    if (!self || !type->doomed_)
+        for (TYPE* t : std::vector<TYPE*>(type->based_.list)) doom(t);
+    for (std::size_t i = 0; i < doomed.size(); i++)
+        for (TYPE* user : users[doomed[i]]) doom(user);
+    if (type == root_ && !keep_basic && self) // open types have no parent yet
+        for (TYPE* t : all_) doom(t);
+
+    // What stays forgets what goes.
+    const auto goes = [](const TYPE* t) { return t != nullptr && t->doomed_; };
+    const auto entry_goes = [&goes](const auto& entry) { return goes(entry.second); };
+    std::erase_if(by_name_, entry_goes);
+    for (TYPE*& t : by_uid_)
+        if (goes(t)) t = nullptr;
+    for (TYPE*& t : basic_)
+        if (goes(t)) t = nullptr;
+    if (goes(root_)) root_ = nullptr;
+    unequal_.clear(); // numbers of types that are gone may be given again
     std::vector<TYPE*> kept;
     for (TYPE* t : all_) {
-        if (!is_doomed(t)) {
-            kept.push_back(t);
-            continue;
-        }
-        if (t->uid_ != 0) by_uid_[t->uid_] = nullptr;
-        if (t == root_) root_ = nullptr;
-        for (TYPE*& b : basic_)
-            if (b == t) b = nullptr;
-        delete t;
+        if (goes(t)) continue;
+        kept.push_back(t);
+        std::erase_if(t->based_.list, goes);
+        std::erase_if(t->based_.by_name, entry_goes);
+        TYPE* end = t->equiv_end();
+        t->equiv_ = end == t || goes(end) ? nullptr : end;
+        if (goes(t->normalized_)) t->normalized_ = nullptr;
     }
+    for (const TYPE* t : doomed) delete t;
     all_ = std::move(kept);
 }
 
@@ -101,7 +127,7 @@ TYPE* TYPE_PKG::create_type(TYPE::KIND kind, const TYPE_LAYOUT& layout) {
     type->pkg_ = this;
     type->size_ = layout.size;
     type->align_ = layout.align;
-    type->true_type_ = type;
+    type->true_type_ = type->stds_ = type;
     type->unit_ = unit_;
     if (layout.psn != nullptr) {
         type->psn_ = *layout.psn;
@@ -111,8 +137,17 @@ TYPE* TYPE_PKG::create_type(TYPE::KIND kind, const TYPE_LAYOUT& layout) {
 }
 
 void TYPE_PKG::assign_uid(TYPE* type) {
-    type->uid_ = next_uid_++;
-    by_uid_.resize(next_uid_, nullptr);
+    const unsigned wanted = wanted_uid_;
+    wanted_uid_ = 0;
+    if (wanted >= next_uid_ ? wanted - next_uid_ < MAX_UID_GAP + all_.size() && wanted < UINT32_MAX
+                            : wanted != 0 && by_uid_[wanted] == nullptr)
+        type->uid_ = wanted;
+    else
+        type->uid_ = next_uid_;
+    if (type->uid_ >= next_uid_) {
+        next_uid_ = type->uid_ + 1;
+        by_uid_.resize(next_uid_, nullptr);
+    }
     by_uid_[type->uid_] = type;
     if (type->csu_ != nullptr)
         for (std::size_t i = 0; i < type->csu_->members.size(); i++)
@@ -188,8 +223,13 @@ TYPE* TYPE_PKG::derive(TYPE::KIND kind, TYPE* target, int subkind, const TYPE_LA
     TYPE* type = create_type(kind, layout);
     type->target_ = target;
     type->subkind_ = subkind;
-    if ((kind == TYPE::QUAL_KIND || kind == TYPE::TYPEDEF_KIND) && target != nullptr)
+    if (kind == TYPE::QUAL_KIND || kind == TYPE::TYPEDEF_KIND) {
+        const unsigned own = kind == TYPE::QUAL_KIND ? static_cast<unsigned>(subkind) : 0;
         type->true_type_ = target->true_type_;
+        type->quals_ = target->quals_ | own;
+        type->deep_quals_ = target->deep_quals_ | own;
+        if (kind == TYPE::TYPEDEF_KIND) type->stds_ = target->stds_;
+    }
     type->frozen_ = true;
     return type;
 }
@@ -256,7 +296,7 @@ TYPE* TYPE_PKG::mk_fxtpt(TYPE* underlying, int binary_point, bool explicit_sign,
     return register_type(type, parent_of(type));
 }
 
-TYPE* TYPE_PKG::mk_complex(TYPE* part) { return mk_complex(part, {2 * part->size_, part->align_}); }
+TYPE* TYPE_PKG::mk_complex(TYPE* part) { return mk_complex(part, {bits_of(part->size_, 2), part->align_}); }
 
 TYPE* TYPE_PKG::mk_complex(TYPE* part, const TYPE_LAYOUT& layout) {
     return register_type(derive(TYPE::COMPLEX_KIND, part, 0, layout), part);
@@ -310,27 +350,30 @@ TYPE* TYPE_PKG::mk_typedef(const char* name, TYPE* target, bool is_cpp, bool low
 }
 
 TYPE* TYPE_PKG::mk_array(TYPE* element, unsigned count) {
-    return mk_array(element, count, true, false, {element->size_ * count, element->align_});
+    return mk_array(element, count, true, false, {bits_of(element->size_, count), element->align_});
+}
+
+TYPE* TYPE_PKG::derive_array(const ARRAY_BODY& body, const TYPE_LAYOUT& layout) {
+    TYPE* type = create_type(TYPE::ARRAY_KIND, layout);
+    type->array_ = new ARRAY_BODY(body);
+    type->deep_quals_ = body.elem_type->deep_quals_;
+    type->frozen_ = true;
+    return register_type(type, body.elem_type);
 }
 
 TYPE* TYPE_PKG::mk_array(TYPE* element, unsigned count, bool is_complete, bool is_cpp,
                          const TYPE_LAYOUT& layout) {
-    TYPE* type = create_type(TYPE::ARRAY_KIND, layout);
-    type->array_ = new ARRAY_BODY{element, count, is_cpp, is_complete, false};
-    type->frozen_ = true;
-    return register_type(type, element);
+    return derive_array({element, count, is_cpp, is_complete, false}, layout);
 }
 
 TYPE* TYPE_PKG::mk_vector(TYPE* element, unsigned count) {
-    const std::uint64_t size = element->size_ * count;
-    return mk_vector(element, count, false, {size, static_cast<unsigned>(size < 16 ? 16 : size)});
+    const std::uint64_t size = bits_of(element->size_, count);
+    const auto align = static_cast<unsigned>(std::clamp<std::uint64_t>(size, 16, UINT32_MAX));
+    return mk_vector(element, count, false, {size, align});
 }
 
 TYPE* TYPE_PKG::mk_vector(TYPE* element, unsigned count, bool is_cpp, const TYPE_LAYOUT& layout) {
-    TYPE* type = create_type(TYPE::ARRAY_KIND, layout);
-    type->array_ = new ARRAY_BODY{element, count, is_cpp, true, true};
-    type->frozen_ = true;
-    return register_type(type, element);
+    return derive_array({element, count, is_cpp, true, true}, layout);
 }
 
 TYPE* TYPE_PKG::mk_vpred(unsigned count) { return mk_vector(int_type(IK_BOOL), count); }
@@ -352,7 +395,7 @@ TYPE* TYPE_PKG::replace_array_elem(TYPE* array, TYPE* element) {
         const ARRAY_BODY& body = *(*d)->array_;
         element = body.is_vector ? mk_vector(element, body.count)
                                  : mk_array(element, body.count, body.is_complete, body.is_cpp,
-                                            {element->size_ * body.count, element->align_});
+                                            {bits_of(element->size_, body.count), element->align_});
     }
     return element;
 }
@@ -455,8 +498,23 @@ fkMDATA* TYPE_PKG::add_member(TYPE* csu, const fkMDATA& member) {
 
 void TYPE_PKG::set_layout(TYPE* type, const TYPE_LAYOUT& layout) {
     type->check_nfrozen();
-    type->size_ = layout.size;
-    type->align_ = layout.align;
+    // A qualified form of a structure may have been made before the structure's members were known. The
+    // layout is part of its key, so it is entered anew.
+    const std::uint64_t old_size = type->size_;
+    const unsigned old_align = type->align_;
+    std::vector<TYPE*> changed{type};
+    for (std::size_t i = 0; i < changed.size(); i++) {
+        TYPE* t = changed[i];
+        for (TYPE* form : t->based_.list)
+            if ((form->kind_ == TYPE::QUAL_KIND || form->kind_ == TYPE::TYPEDEF_KIND) &&
+                form->size_ == old_size && form->align_ == old_align)
+                changed.push_back(form);
+        std::map<std::string, TYPE*, std::less<>>* names = t == type ? nullptr : &t->parent_->based_.by_name;
+        if (names != nullptr) names->erase(t->map_name());
+        t->size_ = layout.size;
+        t->align_ = layout.align;
+        if (names != nullptr) names->emplace(t->map_name(), t);
+    }
 }
 
 // --- Look-up, normal forms, conversions.
@@ -560,11 +618,19 @@ TYPE* TYPE_PKG::c_integral_promotions(TYPE* type) {
 
 TYPE* TYPE_PKG::c_usual_arith_conv(TYPE* a, TYPE* b) {
     if (a->uid_ == 0 || b->uid_ == 0) tp_die("Unregistered type:  c_usual_arith_conv()");
+    if (a->is_complex() || b->is_complex())
+        return mk_complex(
+            c_usual_arith_conv(a->is_complex() ? a->part_type() : a, b->is_complex() ? b->part_type() : b));
     if (a->is_fltpt() || b->is_fltpt()) {
         const int rank_a = a->is_fltpt() ? a->fkind() : -1;
         const int rank_b = b->is_fltpt() ? b->fkind() : -1;
         return flt_type(static_cast<FKIND>(rank_a > rank_b ? rank_a : rank_b));
     }
+    TYPE* fixed_a = a->getd(TYPE::FXTPT_KIND);
+    TYPE* fixed_b = b->getd(TYPE::FXTPT_KIND);
+    if (fixed_a != nullptr && fixed_b != nullptr)
+        return fixed_b->size() > fixed_a->size() ? fixed_b : fixed_a;
+    if (fixed_a != nullptr || fixed_b != nullptr) return fixed_a != nullptr ? fixed_a : fixed_b;
     TYPE* left = c_integral_promotions(a);
     TYPE* right = c_integral_promotions(b);
     if (left == right || !left->is_integer() || !right->is_integer()) return left;

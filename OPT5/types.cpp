@@ -131,20 +131,6 @@ bool TYPE::is_signed() const {
     }
 }
 
-unsigned TYPE::qual_kind(bool through_arrays) const {
-    unsigned bits = 0;
-    const TYPE* t = this;
-    for (;;) {
-        if (t->kind_ == QUAL_KIND)
-            bits |= static_cast<unsigned>(t->subkind_);
-        else if (t->kind_ == ARRAY_KIND && through_arrays)
-            ;
-        else if (t->kind_ != TYPEDEF_KIND)
-            return bits;
-        t = t->kind_ == ARRAY_KIND ? t->array_->elem_type : t->target_;
-    }
-}
-
 IKIND TYPE::ikind() const {
     if (true_kind() != INT_KIND) bad_kind("ikind()");
     return static_cast<IKIND>(true_type_->subkind_);
@@ -192,14 +178,6 @@ int TYPE::ekind() const {
 }
 
 // --- Parts.
-
-TYPE* TYPE::stds() {
-    TYPE* t = this;
-    while (t->kind_ == TYPEDEF_KIND) t = t->target_;
-    return t;
-}
-
-TYPE* TYPE::stqs() { return true_type_; }
 
 TYPE* TYPE::getd(KIND kind) { return true_kind() == kind ? true_type_ : nullptr; }
 
@@ -285,6 +263,7 @@ void TYPE::check_nfrozen() const {
 }
 
 void TYPE::set_is_complete(bool complete) {
+    check_nfrozen();
     if (kind_ == ARRAY_KIND)
         array_->is_complete = complete;
     else if (is_csu())
@@ -407,8 +386,9 @@ constexpr const char* int_words[IK_COUNT] = {
     "int",  "unsigned", "long",          "unsigned long", "long long", "unsigned long long"};
 constexpr const char* flt_words[FK_COUNT] = {"float", "double", "long double"};
 
-// Levels of a declarator that a text shows before it ends in dots.
-constexpr int MAX_TEXT_DEPTH = 24;
+// A text shows so many levels of a declarator, and so many parts in all, before it ends in dots.
+constexpr int MAX_TEXT_LEVELS = 24;
+constexpr int MAX_TEXT_PARTS = 200;
 
 std::string qualifier_text(unsigned bits) {
     std::string text;
@@ -417,31 +397,56 @@ std::string qualifier_text(unsigned bits) {
     return text;
 }
 
-std::string declaration_text(TYPE* type, int depth) {
+std::string declaration_text(TYPE* type, int& parts);
+
+std::string parameter_text(const FUNC_BODY& body, int& parts) {
+    std::string text;
+    for (std::size_t i = 0; i < body.params.size(); i++) {
+        if (parts <= 0 || i == 16) {
+            text += ", ..";
+            break;
+        }
+        if (i != 0) text += ", ";
+        text += body.params[i].type == nullptr ? "?" : declaration_text(body.params[i].type, parts);
+    }
+    if (body.vararg) text += body.params.empty() ? "..." : ", ...";
+    if (text.empty() && body.proto) text = "void";
+    return "(" + text + ")";
+}
+
+std::string declaration_text(TYPE* type, int& parts) {
     // The declarator grows outward from the middle: pointers to its left, arrays and lists to its right.
     std::string left, right;
+    unsigned quals = 0; // seen on the way to the type that they qualify
     bool pointer_last = false;
-    for (int level = 0; level < MAX_TEXT_DEPTH; level++) {
-        const auto wrap = [&] {
-            if (!pointer_last) return;
-            left = "(" + left;
-            right += ")";
-            pointer_last = false;
-        };
-        const auto finish = [&](const std::string& base) {
-            const std::string declarator = left + right;
-            return declarator.empty() ? base : base + " " + declarator;
-        };
+    const auto wrap = [&] {
+        if (!pointer_last) return;
+        left = "(" + left;
+        right += ")";
+        pointer_last = false;
+    };
+    const auto prepend = [&](const std::string& star) {
+        std::string words = qualifier_text(quals);
+        if (left.empty() && !words.empty()) words.pop_back();
+        left = star + words + left;
+        quals = 0;
+        pointer_last = true;
+    };
+    const auto finish = [&](const std::string& base) {
+        const std::string declarator = left + right;
+        return qualifier_text(quals) + (declarator.empty() ? base : base + " " + declarator);
+    };
+    for (int level = 0; level < MAX_TEXT_LEVELS && parts > 0; level++) {
+        parts--;
         switch (type->kind()) {
             case TYPE::VOID_KIND: return finish("void");
             case TYPE::INT_KIND:
                 return finish(std::string(type->is_schar() ? "signed " : "") + int_words[type->ikind()]);
             case TYPE::FLTPT_KIND: return finish(flt_words[type->fkind()]);
             case TYPE::FXTPT_KIND:
-                return finish("fixed<" + declaration_text(type->underlying_type(), depth + 1) + "," +
+                return finish("fixed<" + declaration_text(type->underlying_type(), parts) + "," +
                               std::to_string(type->binary_point()) + ">");
-            case TYPE::COMPLEX_KIND:
-                return finish("complex " + declaration_text(type->part_type(), depth + 1));
+            case TYPE::COMPLEX_KIND: return finish("complex " + declaration_text(type->part_type(), parts));
             case TYPE::TYPEDEF_KIND: return finish(type->name());
             case TYPE::ENUM_KIND: return finish(std::string("enum ") + type->name());
             case TYPE::CLASS_KIND: return finish(std::string("class ") + type->name());
@@ -449,71 +454,41 @@ std::string declaration_text(TYPE* type, int depth) {
             case TYPE::UNION_KIND: return finish(std::string("union ") + type->name());
             case TYPE::PTR_KIND:
             case TYPE::REF_KIND:
-                left = (type->kind() == TYPE::PTR_KIND ? "*" : "&") + left;
-                pointer_last = true;
+                prepend(type->kind() == TYPE::PTR_KIND ? "*" : "&");
                 type = type->type_pointed_to();
                 break;
             case TYPE::PTM_KIND:
-                left = declaration_text(type->ptm_class(), depth + 1) + "::*" + left;
-                pointer_last = true;
+                prepend(declaration_text(type->ptm_class(), parts) + "::*");
                 type = type->type_pointed_to();
                 break;
-            case TYPE::QUAL_KIND: {
-                TYPE* inner = type->type_qualified();
-                // Qualifiers of a pointer stand behind its star, others in front of the base.
-                if (inner->kind() == TYPE::PTR_KIND) {
-                    std::string words = qualifier_text(type->qual_kind() & ~inner->qual_kind());
-                    left = "*" + words + left;
-                    if (left.back() == ' ') left.pop_back();
-                    pointer_last = true;
-                    type = inner->type_pointed_to();
-                } else {
-                    const std::string words = qualifier_text(type->qual_kind() & ~inner->qual_kind());
-                    if (inner->kind() <= TYPE::FLTPT_KIND || inner->kind() >= TYPE::TYPEDEF_KIND) {
-                        if (inner->kind() != TYPE::ARRAY_KIND && inner->kind() != TYPE::FUNC_KIND &&
-                            inner->kind() != TYPE::PTM_KIND)
-                            return finish(words + declaration_text(inner, depth + 1));
-                    }
-                    type = inner;
-                }
+            case TYPE::QUAL_KIND:
+                quals |= type->own_qual();
+                type = type->type_qualified();
                 break;
-            }
-            case TYPE::ARRAY_KIND:
+            case TYPE::ARRAY_KIND: // its qualifiers are those of the element
                 wrap();
                 right += type->array().is_complete || type->array().count != 0
                              ? "[" + std::to_string(type->array().count) + "]"
                              : "[]";
                 type = type->elem_type();
                 break;
-            case TYPE::FUNC_KIND: {
+            case TYPE::FUNC_KIND:
                 wrap();
-                right += "(";
-                const FUNC_BODY& body = type->func();
-                if (depth < 4) {
-                    for (std::size_t i = 0; i < body.params.size() && i < 16; i++)
-                        right +=
-                            (i != 0 ? ", " : "") + (body.params[i].type == nullptr
-                                                        ? std::string("?")
-                                                        : declaration_text(body.params[i].type, depth + 1));
-                    if (body.params.size() > 16) right += ", ..";
-                    if (body.vararg) right += body.params.empty() ? "..." : ", ...";
-                    if (body.params.empty() && !body.vararg && body.proto) right += "void";
-                } else {
-                    right += "..";
-                }
-                right += ")";
-                if (body.return_type == nullptr) return finish("?");
-                type = body.return_type;
+                right += parameter_text(type->func(), parts);
+                if (type->return_type() == nullptr) return finish("?");
+                type = type->return_type();
                 break;
-            }
         }
     }
-    return ".. " + left + right;
+    return finish("..");
 }
 
 } // namespace
 
-std::string TYPE::printstr() const { return declaration_text(const_cast<TYPE*>(this), 0); }
+std::string TYPE::printstr() const {
+    int parts = MAX_TEXT_PARTS;
+    return declaration_text(const_cast<TYPE*>(this), parts);
+}
 
 void TYPE::print(std::FILE* stream) const { std::fputs(printstr().c_str(), stream); }
 

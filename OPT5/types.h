@@ -11,8 +11,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "psn.h"
@@ -305,7 +307,7 @@ class TYPE {
 
     // Qualifiers of the type itself, typedefs skipped; with `through_arrays` those of an array's element
     // count too, since an array of a const element counts as const.
-    unsigned qual_kind(bool through_arrays = false) const;
+    unsigned qual_kind(bool through_arrays = false) const { return through_arrays ? deep_quals_ : quals_; }
     bool is_qualified() const { return qual_kind() != 0; }
     bool is_const() const { return (qual_kind(true) & QUAL_CONST) != 0; }
     bool is_volatile() const { return (qual_kind(true) & QUAL_VOLATILE) != 0; }
@@ -315,8 +317,8 @@ class TYPE {
     int rank() const;    // integer conversion rank: bool 0, char 1, short 2, int 3, long 4, long long 5
     int ekind() const;   // flat number, see EKIND; "unhandled type kind: TYPE::ekind()" otherwise
 
-    TYPE* stds(); // strips typedefs only
-    TYPE* stqs(); // strips typedefs and qualifiers on the way to the unqualified type
+    TYPE* stds() { return stds_; }      // strips typedefs only
+    TYPE* stqs() { return true_type_; } // strips typedefs and qualifiers on the way to the unqualified type
 
     // Parts. Each looks through typedefs and qualifiers, and ends the run with "Bad kind:  TYPE::..." when
     // the type is not of the kind asked for.
@@ -379,9 +381,14 @@ class TYPE {
     TYPE_PKG* pkg_ = nullptr;
     bool frozen_ = false;
     bool merged_ = false;
+    // What a walk along names and qualifiers would find, kept so that a long chain of them is not walked.
     TYPE* true_type_ = nullptr;
+    TYPE* stds_ = nullptr;
+    unsigned quals_ = 0;
+    unsigned deep_quals_ = 0; // with those of an array's element
     TYPE* normalized_ = nullptr;
     bool referenced_ = false;
+    bool doomed_ = false; // delete_type_tree is about to free it
     PSN psn_{};
     bool has_psn_ = false;
     unsigned unit_ = 0;
@@ -478,7 +485,8 @@ class TYPE_PKG {
     CSU_BODY* open_csu(TYPE* type);
     // Appends a copy of the member, numbered in order, and returns it.
     fkMDATA* add_member(TYPE* csu, const fkMDATA& member);
-    // Sets size and alignment of a type that is not frozen yet (a structure whose members are now known).
+    // Sets size and alignment of a type that is not frozen yet (a structure whose members are now known), and
+    // of its names and qualified forms, as far as they had the layout that it had.
     void set_layout(TYPE* type, const TYPE_LAYOUT& layout);
     // Completes the type: freezes, registers and interns it; `type` is replaced by the interned object.
     void type_frozen(TYPE*& type);
@@ -486,8 +494,14 @@ class TYPE_PKG {
     // --- Comparison and merging.
     bool exact_types(const TYPE* a, const TYPE* b) const;
     bool compatible_types(const TYPE* a, const TYPE* b, bool ignore_qualifiers) const;
+    // True when the two types, and all that they are built from, have one meaning. A structure that is only
+    // declared has the meaning of any complete one of its tag.
     bool equiv_mtypes(TYPE* a, TYPE* b);
+    // Links the types, and the equal structures that they are built from, when they have one meaning. The
+    // later type gives way to the earlier, a declared structure to a complete one.
     bool merge_types(TYPE* a, TYPE* b);
+    // Merges the type, behind what it is built from, with an earlier one of its name and parent. 1 when it is
+    // merged, void, or has been here before; 0 when it stands for itself or is not registered.
     int find_equivalent_type(TYPE* type);
     TYPE* find_type(TYPE* type); // the registered type of the same canonical text, or null
     TYPE* find_named_type(const char* name);
@@ -514,13 +528,18 @@ class TYPE_PKG {
 
     void set_translation_unit(unsigned unit) { unit_ = unit; }
 
+    // The next type that is registered takes this number if it is free and not absurdly large, so that types
+    // keep their numbers from file to file; 0 takes the wish back.
+    void set_wanted_uid(unsigned uid) { wanted_uid_ = uid; }
+
     // --- Errors and statistics.
     void set_error(TP_ERROR_CODE code, const char* format, ...) __attribute__((format(printf, 3, 4)));
     TP_ERROR_CODE error_code() const { return error_code_; }
     const char* error_text() const { return error_text_.c_str(); }
     void print_stats(std::FILE* stream) const;
 
-    // Frees the types derived from `type`, and itself with `self`; `keep_basic` spares the basic types.
+    // Frees all types that are derived from `type` or built from such a type, and itself with `self`;
+    // `keep_basic` spares the basic types and the root.
     void delete_type_tree(TYPE* type, bool self, bool keep_basic);
 
     // Counted allocation of all type objects, zeroed; "Out of memory: tp_alloc()" is fatal.
@@ -537,8 +556,19 @@ class TYPE_PKG {
     TYPE* create_type(TYPE::KIND kind, const TYPE_LAYOUT& layout);
     TYPE* make_csu(TYPE::KIND kind, const char* name, const TYPE_LAYOUT& layout);
     TYPE* derive(TYPE::KIND kind, TYPE* target, int subkind, const TYPE_LAYOUT& layout);
+    TYPE* derive_array(const ARRAY_BODY& body, const TYPE_LAYOUT& layout);
     TYPE* parent_of(const TYPE* type) const;
-    bool csu_equal(TYPE* a, TYPE* b, std::vector<std::pair<TYPE*, TYPE*>>& assumed);
+    // Two types under comparison, and the pair that led to them (an index, -1 at the start).
+    struct PAIR {
+        TYPE* a;
+        TYPE* b;
+        int from;
+    };
+    bool body_equal(TYPE* a, TYPE* b, int from, std::vector<PAIR>& pairs) const;
+    bool csu_equal(TYPE* a, TYPE* b, int from, std::vector<PAIR>& pairs) const;
+    bool equal_pairs(TYPE* a, TYPE* b, std::vector<PAIR>& pairs);
+    static void link_types(TYPE* a, TYPE* b);
+    void merge_by_name(TYPE* type);
     TYPE* register_type(TYPE* type, TYPE* parent);
     void assign_uid(TYPE* type);
 
@@ -546,8 +576,10 @@ class TYPE_PKG {
     TYPE* basic_[16] = {};
     std::map<std::string, TYPE*> by_name_;
     std::vector<TYPE*> by_uid_;
-    std::vector<TYPE*> all_; // owned: registered, unfinished and interned-away types
+    std::vector<TYPE*> all_;                          // owned: registered, unfinished and interned-away types
+    std::set<std::pair<unsigned, unsigned>> unequal_; // numbers of types that equiv_mtypes told apart
     unsigned next_uid_ = 1;
+    unsigned wanted_uid_ = 0;
     unsigned unit_ = 0;
     unsigned next_fake_ = 0;
     TP_ERROR_CODE error_code_ = TP_NO_ERROR;

@@ -6,7 +6,6 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -17,45 +16,13 @@
 #include "OPT5/if_file.h"
 #include "OPT5/pragma.h"
 #include "OPT5/types.h"
+#include "tests/unit/file_fixture.h"
 #include "tools/model/program.h"
 #include "tools/model/tree.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace {
-
-struct file_fault : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-// Faults of a file become exceptions for as long as one of these lives.
-class faults_throw {
-  public:
-    faults_throw() {
-        if_fatal_hook = [](const std::string& line) { throw file_fault(line); };
-        tp_die_hook = [](const char* text) { throw file_fault(text); };
-    }
-    ~faults_throw() {
-        if_fatal_hook = nullptr;
-        tp_die_hook = nullptr;
-    }
-};
-
-using bytes = std::vector<unsigned char>;
-
-bytes contents(std::FILE* stream) {
-    bytes all;
-    std::rewind(stream);
-    for (int c; (c = std::fgetc(stream)) != EOF;) all.push_back(static_cast<unsigned char>(c));
-    return all;
-}
-
-std::FILE* stream_of(const bytes& data) {
-    std::FILE* stream = std::tmpfile();
-    std::fwrite(data.data(), 1, data.size(), stream);
-    std::rewind(stream);
-    return stream;
-}
 
 // Writes down every call-back as one line.
 class recorder final : public IF_CLIENT {
