@@ -30,8 +30,69 @@ struct INT65 {
     constexpr std::uint64_t bits() const { return (static_cast<std::uint64_t>(high) << 32) | low; }
     constexpr std::int64_t to_signed() const { return static_cast<std::int64_t>(bits()); }
     constexpr bool is_negative() const { return sign != 0; }
+    constexpr bool is_zero() const { return (sign | low | high) == 0; }
+    // The distance from zero, wrapped to 64 bits: only the least value of all does not fit.
+    constexpr std::uint64_t magnitude() const { return is_negative() ? 0 - bits() : bits(); }
 
     friend constexpr bool operator==(const INT65&, const INT65&) = default;
+    friend constexpr std::strong_ordering operator<=>(const INT65& a, const INT65& b) {
+        return a.sign != b.sign ? b.sign <=> a.sign : a.bits() <=> b.bits();
+    }
+    friend constexpr INT65 operator-(const INT65& a) {
+        return of_sum(0 - a.bits(), -a.top_bit() - (a.bits() != 0));
+    }
+    friend constexpr INT65 operator~(const INT65& a) { return {~a.sign, ~a.low, ~a.high}; }
+    friend constexpr INT65 operator&(const INT65& a, const INT65& b) {
+        return {a.sign & b.sign, a.low & b.low, a.high & b.high};
+    }
+    friend constexpr INT65 operator|(const INT65& a, const INT65& b) {
+        return {a.sign | b.sign, a.low | b.low, a.high | b.high};
+    }
+    friend constexpr INT65 operator^(const INT65& a, const INT65& b) {
+        return {a.sign ^ b.sign, a.low ^ b.low, a.high ^ b.high};
+    }
+    // Wrapped to 65 bits.
+    friend constexpr INT65 operator+(const INT65& a, const INT65& b) {
+        const std::uint64_t sum = a.bits() + b.bits();
+        return of_sum(sum, a.top_bit() + b.top_bit() + (sum < a.bits()));
+    }
+    friend constexpr INT65 operator-(const INT65& a, const INT65& b) {
+        return of_sum(a.bits() - b.bits(), a.top_bit() - b.top_bit() - (a.bits() < b.bits()));
+    }
+    // On magnitudes, wrapped to 64 bits, then the sign. Division truncates towards zero; the divisor is not
+    // zero.
+    friend constexpr INT65 operator*(const INT65& a, const INT65& b) {
+        return signed_magnitude(a.magnitude() * b.magnitude(), a.sign != b.sign);
+    }
+    friend constexpr INT65 operator/(const INT65& a, const INT65& b) {
+        return signed_magnitude(a.magnitude() / b.magnitude(), a.sign != b.sign);
+    }
+    friend constexpr INT65 operator%(const INT65& a, const INT65& b) {
+        return signed_magnitude(a.magnitude() % b.magnitude(), a.is_negative());
+    }
+    // By 0 to 65 bits and more; to the right the sign follows. The 65th bit is what the shift leaves there.
+    friend constexpr INT65 operator<<(const INT65& a, int count) {
+        if (count <= 0) return a;
+        if (count > 64) return {0, 0, 0};
+        const std::uint64_t top = (a.bits() >> (64 - count)) & 1;
+        return of_sum(count == 64 ? 0 : a.bits() << count, static_cast<int>(top));
+    }
+    friend constexpr INT65 operator>>(const INT65& a, int count) {
+        if (count <= 0) return a;
+        const std::uint64_t fill = a.is_negative() ? ~std::uint64_t{0} : 0;
+        return of_sum(count >= 64 ? fill : a.bits() >> count | (fill << (64 - count)), a.top_bit());
+    }
+
+  private:
+    // The 65th bit as a number.
+    constexpr int top_bit() const { return sign != 0 ? 1 : 0; }
+    static constexpr INT65 of_sum(std::uint64_t low64, int top) {
+        return {(top & 1) != 0 ? 0xffffffffu : 0u, static_cast<std::uint32_t>(low64),
+                static_cast<std::uint32_t>(low64 >> 32)};
+    }
+    static constexpr INT65 signed_magnitude(std::uint64_t magnitude, bool negative) {
+        return of_sum(negative ? 0 - magnitude : magnitude, negative && magnitude != 0);
+    }
 };
 
 // Reduces the value to what an object of the type can hold: wraps to its width, and sign- or zero-extends by
