@@ -195,9 +195,10 @@ VALUE_FACTS quotient_facts(const VALUE_FACTS& a, const VALUE_FACTS& b, const INT
         if (a.min >= 0 && is_power_of_2(b.min))
             return shift_right_facts(a, trailing_zeros(static_cast<BITS>(b.min)), shape);
         const WIDE from_min = a.min / b.min, from_max = a.max / b.min;
-        const bool exact = set_limits(f, std::min(from_min, from_max), std::max(from_min, from_max), shape);
+        // Only the least number divided by -1 wraps, to itself, which is as good a multiple.
+        set_limits(f, std::min(from_min, from_max), std::max(from_min, from_max), shape);
         const BITS divisor = magnitude(b.min);
-        if (exact && a.factor % divisor == 0) f.factor = a.factor / divisor;
+        if (a.factor % divisor == 0) f.factor = a.factor / divisor;
         return f;
     }
     if (a.min >= 0 && b.min >= 0) {

@@ -33,7 +33,7 @@ void SMALL_TREES::SetUp() {
     }
     begin(function("f"));
     types = {schar4, uchar4};
-    for (int kind : {IK_INT, IK_UINT, IK_LONG, IK_ULONG, IK_LLONG, IK_ULLONG, IK_BOOL})
+    for (int kind : {IK_INT, IK_UINT, IK_LONG, IK_ULONG, IK_LLONG, IK_ULLONG, IK_BOOL, IK_UCHAR})
         types.push_back(tp->int_type(static_cast<IKIND>(kind)));
     const auto add = [this](const char* name, TYPE* type) {
         SYMTAB* made = local(name, type);
@@ -45,7 +45,7 @@ void SMALL_TREES::SetUp() {
     t4 = add("t4", schar4);
     u4 = add("u4", uchar4);
     v4 = add("v4", uchar4);
-    const char* const names[] = {"", "", "i", "u", "l", "ul", "ll", "ull", "b"};
+    const char* const names[] = {"", "", "i", "u", "l", "ul", "ll", "ull", "b", "uc"};
     for (std::size_t i = 2; i < types.size(); i++) add(names[i], types[i]);
     record = local("record", of_fields);
     for (unsigned i = 1; of_fields->member(i) != nullptr; i++) {
@@ -253,25 +253,26 @@ std::optional<NUMBER> SMALL_TREES::store(NODE* node, VALUES& values) {
         case MINMIN: put(old - *by); return old;
         default: break;
     }
-    // The usual conversions of C, with `int` of 16 bits; bit-fields that fit become `int`.
-    const auto promoted = [](unsigned width, bool is_signed) {
-        const bool to_int = width < 16;
-        return std::pair<unsigned, bool>(to_int ? 16 : width, to_int || is_signed);
+    // The usual conversions of C, with `int` of 16 bits, where characters and small bit-fields become `int`.
+    struct FORM {
+        unsigned width;
+        bool is_signed;
     };
-    auto in = promoted(
-        place.member != nullptr && place.width < 16 ? place.width : static_cast<unsigned>(place.type->size()),
-        place.type->is_signed());
+    const auto promoted = [](TYPE* type, unsigned width) -> FORM {
+        if (width < 16 || type->is_uchar() || type->is_bool()) return {16, true};
+        return {static_cast<unsigned>(type->size()), type->is_signed()};
+    };
+    FORM in = promoted(place.type, place.width);
     const int op = op_of_opASG[node->op];
     if (op != SLL && op != SRL) {
-        const auto right =
-            promoted(static_cast<unsigned>(node->right->type->size()), node->right->type->is_signed());
-        if (right.first > in.first)
+        const FORM right = promoted(node->right->type, static_cast<unsigned>(node->right->type->size()));
+        if (right.width == in.width)
+            in.is_signed = in.is_signed && right.is_signed;
+        else if (right.width > in.width)
             in = right;
-        else if (right.first == in.first)
-            in.second = in.second && right.second;
     }
-    const NUMBER b = op == SLL || op == SRL ? *by : wrap(*by, in.first, in.second);
-    const auto result = compute(op, wrap(old, in.first, in.second), b, nullptr, in.first, in.second);
+    const NUMBER b = op == SLL || op == SRL ? *by : wrap(*by, in.width, in.is_signed);
+    const auto result = compute(op, wrap(old, in.width, in.is_signed), b, nullptr, in.width, in.is_signed);
     if (!result) return std::nullopt;
     return put(*result);
 }
@@ -333,10 +334,8 @@ std::optional<NUMBER> SMALL_TREES::evaluate(NODE* node, VALUES& values) {
     if (!b) return std::nullopt;
     switch (node->op) {
         case ANDAND:
-        case OROR:
-        case NEQ:
-            if (node->op != NEQ) return *b != 0 ? 1 : 0;
-            return *a != *b ? 1 : 0;
+        case OROR: return *b != 0 ? 1 : 0;
+        case NEQ: return *a != *b ? 1 : 0;
         case EQ: return *a == *b ? 1 : 0;
         case LE:
         case ULE: return *a <= *b ? 1 : 0;
