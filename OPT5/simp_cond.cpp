@@ -4,29 +4,13 @@
 
 #include <algorithm>
 
-#include "bbutils.h"
-#include "erase.h"
-#include "fold.h"
 #include "node.h"
 #include "opcodes.h"
 #include "optypes.h"
-#include "simp.h"
 #include "types.h"
 #include "valrange.h"
 
 using namespace op;
-
-WIDE to_wide(const INT65& value) {
-    const WIDE bits = static_cast<WIDE>(value.bits());
-    return value.is_negative() ? bits - (WIDE{1} << 64) : bits;
-}
-
-INT65 to_INT65(WIDE value) {
-    const auto low = static_cast<std::uint64_t>(value);
-    const bool negative = ((value >> 64) & 1) != 0;
-    return {negative ? 0xffffffffu : 0u, static_cast<std::uint32_t>(low),
-            static_cast<std::uint32_t>(low >> 32)};
-}
 
 WIDE NUMBERS::wrap(WIDE value) const {
     const WIDE bits = value & ((WIDE{1} << width) - 1);
@@ -85,49 +69,15 @@ int comparison_with_sign(int op, bool is_unsigned) {
 
 bool is_zero_ICON(const NODE* node) { return node->op == ICON && node->u.lval.is_zero(); }
 
-bool is_ICON_of(const NODE* node, int value) {
-    return node->op == ICON && node->u.lval == INT65::from_signed(value);
-}
+bool is_truth_type(TYPE* type) { return type->is_bool() || type->is_marked_bool(); }
 
 TYPE* value_type(const NODE* tree) {
     TYPE* type = tree->type->true_type();
     return type->is_enum() ? type->underlying_type()->true_type() : type;
 }
 
-NODE* mk_number(WIDE value, TYPE* type) { return mk_ICON(to_INT65(value), type); }
-
-NODE* simp_new(int op, NODE* left, NODE* right, TYPE* type, ::LOOP* loop) {
-    return simp_node(maketree(op, left, right, type, nullptr), loop);
-}
-
-NODE* in_type(NODE* tree, TYPE* type, ::LOOP* loop) {
-    NODE* result = coerce_to_type(tree, type);
-    if (result == tree || result->left == nullptr) return result;
-    if (result->left != tree) result->left = simp_node(result->left, loop);
-    return simp_node(result, loop);
-}
-
-NODE* take_left(NODE* node) {
-    NODE* left = node->left;
-    erase_tree(node->right);
-    erase_node(node);
-    return left;
-}
-
-NODE* after_effect(NODE* effect, NODE* value, ::LOOP* loop) {
-    return effect != nullptr ? simp_node(mk_COMMAOP(effect, value), loop) : value;
-}
-
-NODE* effects_then_number(NODE* tree, int value, TYPE* type, ::LOOP* loop) {
-    NODE* effect = peel_for_effect(tree);
-    return after_effect(effect, mk_number(value, type), loop);
-}
-
-bool is_small_and_pure(NODE* tree) {
-    constexpr int LIMIT = 256;
-    int nodes = 0;
-    if (any_node(tree, [&nodes](NODE*) { return ++nodes > LIMIT; })) return false;
-    return !tree_has_side_effects(tree);
+NODE* mk_number(WIDE value, TYPE* type) {
+    return mk_ICON(to_int65(numbers_of(type).wrap(value)), type);
 }
 
 bool read_value_test(NODE* tree, VALUE_TEST& test) {

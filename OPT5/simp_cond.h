@@ -3,17 +3,11 @@
 #ifndef OPT5_SIMP_COND_H
 #define OPT5_SIMP_COND_H
 
-#include "xint.h"
+#include "value_facts.h"
 
 struct LOOP;
 class NODE;
 class TYPE;
-
-// Room for sums, differences and products of any two target integers.
-__extension__ typedef __int128 WIDE;
-
-WIDE to_wide(const INT65& value);
-INT65 to_INT65(WIDE value); // wrapped to 65 bits
 
 // The numbers that a comparison sees: those of a width, read with or without a sign.
 struct NUMBERS {
@@ -46,27 +40,12 @@ bool compare(int op, WIDE a, WIDE b);
 int comparison_with_sign(int op, bool is_unsigned);
 
 bool is_zero_ICON(const NODE* node);
-// An ICON of integral type with nothing but zero and one: the value fits, whatever the width.
-bool is_ICON_of(const NODE* node, int value);
+// A type that holds truth values only: a conversion to it is a test for not being zero.
+bool is_truth_type(TYPE* type);
 // The type of the tree's value: without qualifiers, an enumeration as its integers.
 TYPE* value_type(const NODE* tree);
 // The constant, wrapped to the type.
 NODE* mk_number(WIDE value, TYPE* type);
-
-// A new node over simplified operands, simplified.
-NODE* simp_new(int op, NODE* left, NODE* right, TYPE* type, LOOP* loop);
-// The simplified tree converted to the type, simplified.
-NODE* in_type(NODE* tree, TYPE* type, LOOP* loop);
-// Frees the node and its right operand; returns the left one.
-NODE* take_left(NODE* node);
-// `effect, value`, or the value alone where the effect is null.
-NODE* after_effect(NODE* effect, NODE* value, LOOP* loop);
-// Frees the tree but for its side effects, which the constant follows.
-NODE* effects_then_number(NODE* tree, int value, TYPE* type, LOOP* loop);
-
-// Whether nothing happens when the tree is evaluated, asked of small trees only: for others the answer is no.
-// So rules may ask it at every node.
-bool is_small_and_pure(NODE* tree);
 
 // The trees that are zero at the same time as `tree`, towards the cheapest. Replaces the simplified tree,
 // whose value is only compared with zero, by a simplified one, possibly of another type. True where it has

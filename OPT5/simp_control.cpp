@@ -29,6 +29,7 @@
 #include "optypes.h"
 #include "simp.h"
 #include "simp_cond.h"
+#include "simp_rules.h"
 #include "target_bif.h"
 #include "types.h"
 
@@ -38,8 +39,8 @@ namespace {
 
 // The tree is never zero (`truth` 1) or always (0).
 bool decide(NODE*& tree, int truth, ::LOOP* loop) {
-    if (is_ICON_of(tree, truth) && tree->type == tp->int_type(IK_INT)) return false;
-    tree = effects_then_number(tree, truth, tp->int_type(IK_INT), loop);
+    if (is_icon(tree, truth) && tree->type == tp->int_type(IK_INT)) return false;
+    tree = known_value(tree, INT65::from_signed(truth), tp->int_type(IK_INT), loop);
     return true;
 }
 
@@ -51,13 +52,13 @@ bool keep_left(NODE*& tree) {
 
 bool keep_test(NODE*& tree, int op, NODE* left, NODE* right, ::LOOP* loop) {
     erase_node(tree);
-    tree = simp_new(op, left, right, tp->int_type(IK_INT), loop);
+    tree = build(op, left, right, tp->int_type(IK_INT), loop);
     return true;
 }
 
 // `left & mask` takes the node's place.
 bool keep_bits(NODE*& tree, NODE* left, WIDE mask, TYPE* type, ::LOOP* loop) {
-    tree = simp_new(ANDB, left, mk_number(mask, type), type, loop);
+    tree = build(ANDB, left, mk_number(mask, type), type, loop);
     return true;
 }
 
@@ -65,7 +66,7 @@ WIDE bits_of(const NODE* icon, int width) { return to_wide(icon->u.lval) & ((WID
 
 int trailing_zeros(WIDE bits) { return std::countr_zero(static_cast<std::uint64_t>(bits)); }
 
-bool is_plain_integer(TYPE* type) { return type->is_integral() && !type->is_bool(); }
+bool is_plain_integer(TYPE* type) { return type->is_integral() && !is_truth_type(type); }
 
 // The constant count of a shift, when it moves the bits by at least one place and not all of them out; else
 // 0.
@@ -80,7 +81,7 @@ bool reduce_conversion(NODE*& tree) {
     TYPE* from = tree->left->type;
     if (!is_int_or_ptr(from)) return false;
     // A conversion to a truth value is a test itself.
-    const bool keeps = value_type(tree)->is_bool() || type_width(tree->type) >= type_width(from);
+    const bool keeps = is_truth_type(value_type(tree)) || type_width(tree->type) >= type_width(from);
     if (!keeps) return false;
     if (tree->op != SCONV && tree->left->op != ICON && !from->is_ptr()) return false;
     return keep_left(tree);
@@ -129,7 +130,7 @@ bool reduce_flipped_bit(NODE*& tree, ::LOOP* loop) {
     if ((to_wide(find_known_zeros(tree->left, type)) & ~k) != 0) return false;
     tree->op = ANDB;
     NODE* test = simp_node(tree, loop);
-    tree = simp_new(EQ, test, mk_number(0, value_type(test)), tp->int_type(IK_INT), loop);
+    tree = build(EQ, test, mk_number(0, value_type(test)), tp->int_type(IK_INT), loop);
     return true;
 }
 
@@ -141,7 +142,7 @@ bool reduce_to_inequality(NODE*& tree, ::LOOP* loop) {
         return false;
     const bool with_ICON = tree->right != nullptr && tree->right->op == ICON;
     TYPE* left_type = value_type(tree->left);
-    if (left_type->is_bool()) return false;
+    if (is_truth_type(left_type)) return false;
     switch (tree->op) {
         case NOTB: {
             NODE* left = tree->left;
@@ -209,13 +210,13 @@ bool reduce_division(NODE*& tree, ::LOOP* loop) {
 bool reduce_increment(NODE*& tree, ::LOOP* loop) {
     TYPE* type = value_type(tree);
     if (type != tp->int_type(IK_INT) && type != tp->int_type(IK_UINT)) return false;
-    if (!is_ICON_of(tree->right, 1) || node_is_volatile_access(tree->left)) return false;
+    if (!is_icon(tree->right, 1) || node_is_volatile_access(tree->left)) return false;
     const NODE* target = tree->left;
     if ((target->op == STDOT || target->op == STREF) && target->right->mdata->bit_field) return false;
     const int step = tree->op == PLUSPLUS ? 1 : -1;
     tree->op = tree->op == PLUSPLUS ? PLUSASG : MINUSASG;
     NODE* assignment = simp_node(tree, loop);
-    tree = simp_new(NEQ, assignment, mk_number(step, type), tp->int_type(IK_INT), loop);
+    tree = build(NEQ, assignment, mk_number(step, type), tp->int_type(IK_INT), loop);
     return true;
 }
 
@@ -237,7 +238,7 @@ bool reduce_conditional(NODE*& tree, ::LOOP* loop) {
     erase_node(arms);
     erase_node(tree);
     nesting++;
-    tree = simp_new(constant_is_true ? OROR : ANDAND, condition, arm, tp->int_type(IK_INT), loop);
+    tree = build(constant_is_true ? OROR : ANDAND, condition, arm, tp->int_type(IK_INT), loop);
     nesting--;
     return true;
 }
@@ -340,12 +341,12 @@ NODE* reduced_arm(NODE* arm, TYPE* type, ::LOOP* loop, bool& changed) {
         return tree->type->is_integral() && type_width(tree->type) <= type_width(type);
     };
     // What the way back to the type would bring in again stays.
-    if (arm->op == SCONV && is_int_or_ptr(arm->left->type) && !value_type(arm)->is_bool()) return arm;
+    if (arm->op == SCONV && is_int_or_ptr(arm->left->type) && !is_truth_type(value_type(arm))) return arm;
     if (arm->op == NEQ && is_zero_ICON(arm->right) && !fits(arm->left)) return arm;
     if (arm->op == ICON || !reduce_zero_test(arm, loop)) return arm;
     changed = true;
     if (!fits(arm)) arm = make_boolean(arm, loop);
-    return in_type(arm, type, loop);
+    return converted(arm, type, loop);
 }
 
 // Reduces the arms of the conditional and of the conditionals that are its arms, innermost first.
@@ -496,7 +497,7 @@ NODE* simp_redundant_test(NODE* test, std::map<int, int>& outcomes, const std::v
         if (outcome < 0) continue;
         // An operator in the middle of a place's subtree is gone by now: places below it are not visited
         // again.
-        place = effects_then_number(place, outcome, tp->int_type(IK_INT), loop);
+        place = known_value(place, INT65::from_signed(outcome), tp->int_type(IK_INT), loop);
     }
     return test;
 }

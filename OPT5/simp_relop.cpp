@@ -30,6 +30,7 @@
 #include "opcodes.h"
 #include "optypes.h"
 #include "simp.h"
+#include "simp_rules.h"
 #include "symbol.h"
 #include "types.h"
 
@@ -66,7 +67,7 @@ bool RELOP::is_equality() const { return node_->op == EQ || node_->op == NEQ; }
 
 // Whether the operand's own numbers are the ones compared.
 bool RELOP::operand_fits(const NODE* operand) const {
-    if (!operand->type->is_integral() || value_type(operand)->is_bool()) return false;
+    if (!operand->type->is_integral() || is_truth_type(value_type(operand))) return false;
     const NUMBERS own = numbers_of(operand->type);
     return own.width == numbers_.width && (own.is_unsigned == numbers_.is_unsigned || is_equality());
 }
@@ -87,7 +88,7 @@ bool RELOP::refresh() {
 // The constant, in the place of the one on the right.
 NODE* RELOP::number(WIDE value, TYPE* type) {
     NODE* icon = node_->right;
-    icon->u.lval = truncate_to_type(to_INT65(value), type);
+    icon->u.lval = truncate_to_type(to_int65(numbers_of(type).wrap(value)), type);
     icon->type = type;
     return icon;
 }
@@ -100,7 +101,8 @@ RELOP::OUTCOME RELOP::decide(bool value) {
     } else if (effect == nullptr) {
         effect = right_effect;
     }
-    NODE* result = after_effect(effect, mk_number(value ? 1 : 0, node_->type), loop_);
+    NODE* result = mk_number(value ? 1 : 0, node_->type);
+    if (effect != nullptr) result = simp_node(mk_COMMAOP(effect, result), loop_);
     erase_node(node_);
     node_ = result;
     return DONE;
@@ -109,7 +111,7 @@ RELOP::OUTCOME RELOP::decide(bool value) {
 RELOP::OUTCOME RELOP::become(NODE* tree) {
     TYPE* type = node_->type;
     erase_node(node_);
-    node_ = in_type(tree, type, loop_);
+    node_ = converted(tree, type, loop_);
     return DONE;
 }
 
@@ -286,7 +288,7 @@ RELOP::OUTCOME RELOP::truth_values() {
         erase_node(node_->right);
         TYPE* type = node_->type;
         erase_node(node_);
-        node_ = in_type(simp_inverse(left, loop_), type, loop_);
+        node_ = converted(simp_inverse(left, loop_), type, loop_);
         return DONE;
     }
     // One bit alone may be set: it is set when it is not zero.
@@ -318,12 +320,12 @@ RELOP::OUTCOME RELOP::narrow_both() {
         return rewrite(node_->op, take_left(left), take_left(right));
     }
     TYPE *a = value_type(left->left), *b = value_type(right->left);
-    if (!a->is_integral() || !b->is_integral() || type_->is_bool() || !right->type->is_integral())
+    if (!a->is_integral() || !b->is_integral() || is_truth_type(type_) || !right->type->is_integral())
         return NONE;
     TYPE* common = int_type_min(a) <= int_type_min(b) && int_type_max(b) <= int_type_max(a)   ? a
                    : int_type_min(b) <= int_type_min(a) && int_type_max(a) <= int_type_max(b) ? b
                                                                                               : nullptr;
-    if (common == nullptr || common->is_bool()) return NONE;
+    if (common == nullptr || is_truth_type(common)) return NONE;
     const NUMBERS narrow = numbers_of(common);
     if (narrow.width > numbers_.width) return NONE;
     // A narrower signed number that turns into an unsigned one keeps its order among the unsigned ones of its
@@ -339,8 +341,8 @@ RELOP::OUTCOME RELOP::narrow_both() {
         return NONE;
     }
     NODE *x = take_left(left), *y = take_left(right);
-    x = in_type(x, common, loop_);
-    y = in_type(y, common, loop_);
+    x = converted(x, common, loop_);
+    y = converted(y, common, loop_);
     return rewrite(comparison_with_sign(node_->op, as_unsigned), x, y);
 }
 
@@ -353,7 +355,7 @@ RELOP::OUTCOME RELOP::cancel_common() {
     };
     const auto width_fits = [this](const NODE* tree) {
         return is_int_or_ptr(tree->type) && type_width(tree->type) == numbers_.width &&
-               !value_type(tree)->is_bool();
+               !is_truth_type(value_type(tree));
     };
     if (!is_sum(left) && is_sum(right)) std::swap(left, right);
     if (!is_sum(left) || !width_fits(left->left) || !width_fits(left->right)) return NONE;
@@ -430,7 +432,7 @@ RELOP::OUTCOME RELOP::move_constants() {
     NODE* y = take_left(right);
     if (a == b) return rewrite(node_->op, take_left(left), y);
     TYPE* type = value_type(left);
-    return rewrite(node_->op, simp_new(PLUS, take_left(left), mk_number(a - b, type), type, loop_), y);
+    return rewrite(node_->op, build(PLUS, take_left(left), mk_number(a - b, type), type, loop_), y);
 }
 
 // Unsigned: x & y, x >> n, x / y and x % y are at most x, x | y at least.
@@ -460,7 +462,7 @@ RELOP::OUTCOME RELOP::test_of_one_bit() {
     if (!is_equality()) return NONE;
     NODE *mask = node_->left, *bit = node_->right;
     if (mask->op != ANDB) std::swap(mask, bit);
-    if (mask->op != ANDB || bit->op != SLL || !is_ICON_of(bit->left, 1)) return NONE;
+    if (mask->op != ANDB || bit->op != SLL || !is_icon(bit->left, 1)) return NONE;
     if (!trees_are_congruent(mask->right, bit) && !trees_are_congruent(mask->left, bit)) return NONE;
     erase_tree(bit);
     return rewrite(node_->op == EQ ? NEQ : EQ, mask, mk_number(0, value_type(mask)));

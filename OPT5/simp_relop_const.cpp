@@ -13,6 +13,7 @@
 #include "opcodes.h"
 #include "optypes.h"
 #include "simp.h"
+#include "simp_rules.h"
 #include "target_bif.h"
 #include "types.h"
 
@@ -139,7 +140,7 @@ RELOP::OUTCOME RELOP::product() {
                           low_bits(numbers_.width - lost);
     NODE* value = take_left(left);
     if (lost > 0)
-        value = simp_new(ANDB, value, mk_number(low_bits(numbers_.width - lost), type), type, loop_);
+        value = build(ANDB, value, mk_number(low_bits(numbers_.width - lost), type), type, loop_);
     return rewrite(node_->op, value, number(quotient, type));
 }
 
@@ -156,7 +157,7 @@ RELOP::OUTCOME RELOP::right_shift() {
     const WIDE scaled = k_ * (WIDE{1} << count);
     if (is_equality()) {
         if (!numbers_.holds(scaled)) return decide(node_->op == NEQ);
-        NODE* value = simp_new(ANDB, take_left(left), mk_number(-(WIDE{1} << count), type), type, loop_);
+        NODE* value = build(ANDB, take_left(left), mk_number(-(WIDE{1} << count), type), type, loop_);
         return rewrite(node_->op, value, number(scaled, type));
     }
     const bool up_to_end = node_->op == LE || node_->op == ULE || node_->op == GT || node_->op == UGT;
@@ -228,8 +229,8 @@ RELOP::OUTCOME RELOP::mask() {
     // Bits that are zero in any case need no test, and what makes them needs no computing.
     const WIDE asked = mask & to_wide(find_known_zeros(inner, type));
     if (asked == mask || asked == 0) return NONE;
-    left->right->u.lval = truncate_to_type(to_INT65(asked), left->right->type);
-    left->left = prop_mask_into_subtree(inner, to_INT65(asked));
+    left->right->u.lval = truncate_to_type(to_int65(asked), left->right->type);
+    left->left = prop_mask_into_subtree(inner, to_int65(asked));
     return rewrite(node_->op, simp_node(left, loop_), node_->right);
 }
 
@@ -240,7 +241,7 @@ RELOP::OUTCOME RELOP::union_of_bits() {
     const WIDE all = low_bits(numbers_.width);
     const WIDE bits = to_wide(left->right->u.lval) & all;
     TYPE* type = value_type(left);
-    NODE* value = simp_new(ANDB, take_left(left), mk_number(all & ~bits, type), type, loop_);
+    NODE* value = build(ANDB, take_left(left), mk_number(all & ~bits, type), type, loop_);
     return rewrite(node_->op, value, number(k_ & all & ~bits, type));
 }
 
@@ -273,7 +274,7 @@ RELOP::OUTCOME RELOP::sign_extension(NODE* operand) {
     }
     TYPE* as_unsigned = tp->mk_unsigned(type);
     node_->left = take_left(node_->left);
-    NODE* value = in_type(node_->left, as_unsigned, loop_);
+    NODE* value = converted(node_->left, as_unsigned, loop_);
     return rewrite(node_->op, value, number(k, as_unsigned));
 }
 
@@ -281,7 +282,7 @@ RELOP::OUTCOME RELOP::sign_extension(NODE* operand) {
 RELOP::OUTCOME RELOP::conversion() {
     NODE* left = node_->left;
     NODE* operand = left->left;
-    if (!operand->type->is_integral() || !type_->is_integral() || type_->is_bool()) return NONE;
+    if (!operand->type->is_integral() || !type_->is_integral() || is_truth_type(type_)) return NONE;
     TYPE* type = value_type(operand);
     const NUMBERS narrow = numbers_of(type);
     if (narrow.width > numbers_.width) return NONE;
@@ -302,7 +303,7 @@ RELOP::OUTCOME RELOP::conversion() {
         return decide(compare(op, below ? 1 : 0, below ? 0 : 1));
     }
     if (narrow.width == numbers_.width) {
-        if (is_relational() || type->is_bool()) return NONE;
+        if (is_relational() || is_truth_type(type)) return NONE;
         node_->left = take_left(left);
         return rewrite(node_->op, node_->left, number(k_, type));
     }
@@ -312,7 +313,7 @@ RELOP::OUTCOME RELOP::conversion() {
 RELOP::OUTCOME RELOP::pointer_conversion() {
     NODE* operand = node_->left->left;
     if (!is_int_or_ptr(operand->type) || type_width(operand->type) != numbers_.width ||
-        value_type(operand)->is_bool())
+        is_truth_type(value_type(operand)))
         return NONE;
     if (is_relational() && !numbers_of(operand->type).is_unsigned) return NONE;
     TYPE* type = value_type(operand);
@@ -351,8 +352,8 @@ RELOP::OUTCOME RELOP::conditional() {
     erase_node(first < 0 ? arms->right : arms->left);
     erase_node(arms);
     erase_node(left);
-    NODE* test = simp_new(node_->op, other, node_->right, node_->type, loop_);
-    return become(simp_new(truth == 1 ? OROR : ANDAND, condition, test, node_->type, loop_));
+    NODE* test = build(node_->op, other, node_->right, node_->type, loop_);
+    return become(build(truth == 1 ? OROR : ANDAND, condition, test, node_->type, loop_));
 }
 
 // A saturating difference has the sign of the true one.
@@ -381,7 +382,7 @@ RELOP::OUTCOME RELOP::operator_against_constant() {
         case QUEST: return conditional();
         default: break;
     }
-    if (!type_->is_integral() || type_->is_bool()) return NONE;
+    if (!type_->is_integral() || is_truth_type(type_)) return NONE;
     switch (node_->left->op) {
         case PLUS: return addition();
         case MINUS: return difference();
