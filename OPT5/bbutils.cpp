@@ -25,47 +25,6 @@ bool tree_contains_op(NODE* tree, int op) {
     return any_node(tree, [op](NODE* node) { return node->op == op; });
 }
 
-namespace {
-
-bool same_payload(NODE* a, NODE* b) {
-    switch (a->op) {
-        case NAME: return a->symbol() == b->symbol();
-        case ICON:
-        case SKIP:
-        case SWITCH: return a->u.lval == b->u.lval;
-        case FCON: return get_ieee_flt_fmt(a->fval()) == get_ieee_flt_fmt(b->fval());
-        case FIELD: return a->mdata == b->mdata && a->csu() == b->csu();
-        case SCON:
-            return a->text_length == b->text_length &&
-                   std::string_view(a->text, a->text_length) == std::string_view(b->text, b->text_length);
-        case LABEL:
-        case LABELDEF: return a->label == b->label && (a->label != nullptr || a->u.lval == b->u.lval);
-        case ICALL:
-        case UICALL:
-        case MCALL:
-        case UMCALL: return a->intrinsic() == b->intrinsic();
-        case PPRAGMA: return a->pragma() == b->pragma();
-        case ASM: return a->u.lval == b->u.lval && std::string_view(a->text) == std::string_view(b->text);
-        default: return true;
-    }
-}
-
-} // namespace
-
-bool trees_are_congruent(NODE* a, NODE* b) {
-    std::vector<std::pair<NODE*, NODE*>> pending{{a, b}};
-    while (!pending.empty()) {
-        std::tie(a, b) = pending.back();
-        pending.pop_back();
-        for (; a != nullptr && b != nullptr; a = a->left, b = b->left) {
-            if (a->op != b->op || a->type != b->type || !same_payload(a, b)) return false;
-            if (a->right != nullptr || b->right != nullptr) pending.emplace_back(a->right, b->right);
-        }
-        if (a != b) return false; // one is null, the other is not
-    }
-    return true;
-}
-
 bool node_is_volatile_access(const NODE* node) {
     switch (node->op) {
         case NAME: {

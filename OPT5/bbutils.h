@@ -65,12 +65,38 @@ template <class TEST> bool any_node(NODE* tree, TEST test) {
     return false;
 }
 
+// Rewrites the tree bottom-up: `rewrite` is called for every node behind its operands, left before right, and
+// returns what takes the node's place, never null. Returns the new root.
+template <class REWRITE> NODE* rewrite_tree(NODE* tree, REWRITE rewrite) {
+    NODE_STACK open; // nodes whose left operand is in work; below a null: whose right operand is
+    for (NODE* node = tree;;) {
+        for (; node->left != nullptr; node = node->left) open.push(node);
+        // `node` has no left operand, and so none at all, or the loop below has just finished its operands.
+        for (;;) {
+            node = rewrite(node);
+            if (open.empty()) return node;
+            NODE* parent = open.pop();
+            if (parent == nullptr) {
+                parent = open.pop();
+                parent->right = node;
+                node = parent;
+                continue;
+            }
+            parent->left = node;
+            if (parent->right == nullptr) {
+                node = parent;
+                continue;
+            }
+            open.push(parent);
+            open.push(nullptr);
+            node = parent->right;
+            break;
+        }
+    }
+}
+
 int count_nodes_in_tree(NODE* tree);
 bool tree_contains_op(NODE* tree, int op);
-
-// Same shape, operators, payloads and types. Calls are congruent as trees; whether two executions of one
-// give the same value is another question.
-bool trees_are_congruent(NODE* a, NODE* b);
 
 // Whether evaluating the tree can do more than yield its value: assign, call, transfer control, or access
 // volatile storage. Faults that the program promises not to have don't count.

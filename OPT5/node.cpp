@@ -9,6 +9,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "fpsmath.h"
+#include "optypes.h"
 #include "pool.h"
 #include "symbol.h"
 #include "types.h"
@@ -25,9 +26,14 @@ NODE::NODE(int op_number, TYPE* node_type)
 }
 
 bool NODE::fits_in_icon() const {
-    if (type != nullptr && type->is_signed())
+    if (type != nullptr && (type->is_signed() || type->is_ptr()))
         return u.lval.bits() == INT65::from_signed(static_cast<std::int32_t>(u.lval.low)).bits();
     return u.lval.high == 0;
+}
+
+unsigned NODE::icon_uvalue() {
+    // In a file an address is a number without sign.
+    return type != nullptr && type->is_ptr() ? (u.lval & type_mask(type)).low : u.lval.low;
 }
 
 I_SYMTAB* NODE::name_sym() { return symbol(); }
@@ -70,6 +76,7 @@ void NODE::mk_field(int kind, fkMDATA* member, TYPE* csu) {
 void NODE::mk_icon(int value) {
     u.lval = type != nullptr && type->is_signed() ? INT65::from_signed(value)
                                                   : INT65::from_unsigned(static_cast<std::uint32_t>(value));
+    if (type != nullptr) u.lval = truncate_to_type(u.lval, type);
 }
 
 void NODE::mk_lcon(const char* decimal) {

@@ -87,7 +87,7 @@ class NODE final : public BASE_NODE {
     int field_kind() override { return 1; }
     fkMDATA* field_mval() override { return mdata; }
     TYPE* field_csu() override { return csu(); }
-    unsigned icon_uvalue() override { return u.lval.low; }
+    unsigned icon_uvalue() override;
     int icon_svalue() override { return static_cast<int>(u.lval.low); }
     const char* lcon_value() override;
     const char* fcon_value() override;

@@ -46,6 +46,11 @@ TYPE* combined_type(TYPE* a, TYPE* b);
 // combined_type for other binary operators.
 TYPE* operator_type_for_operand_types(int op, TYPE* left, TYPE* right);
 
+// Converts an ICON or FCON in place. False, and no change, where the value has no place in the type: a number
+// with a fraction truncates, one out of an integral type's range stays. To a truth value everything that is
+// not zero becomes 1.
+bool convert_constant(NODE* constant, TYPE* type);
+
 // The tree's value converted to the type: itself where nothing has to change, an ICON or FCON converted in
 // place, else under an SCONV or PCONV (a value between a pointer and an integer of another width goes through
 // the integer of the pointer's width). Consumes the tree. The result is not simplified.

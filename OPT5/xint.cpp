@@ -8,17 +8,16 @@ INT65 truncate_to_type(const INT65& value, TYPE* type) {
     unsigned width = 64;
     bool is_signed = false;
     if (type != nullptr) {
-        is_signed = type->is_signed();
+        // A pointer's number is read as signed: what the code generator expects of an address constant.
+        is_signed = type->is_signed() || type->is_ptr();
+        // An enumerator beyond the signed half of its type keeps its number.
+        if (type->is_enum() && !value.is_negative()) is_signed = false;
         if (type->size() > 0 && type->size() < 64) width = static_cast<unsigned>(type->size());
     }
-    std::uint64_t bits = value.bits();
-    if (width < 64) {
-        const unsigned shift = 64 - width;
-        bits <<= shift;
-        bits =
-            is_signed ? static_cast<std::uint64_t>(static_cast<std::int64_t>(bits) >> shift) : bits >> shift;
-    }
-    return is_signed ? INT65::from_signed(static_cast<std::int64_t>(bits)) : INT65::from_unsigned(bits);
+    const unsigned shift = 64 - width;
+    const std::uint64_t bits = value.bits() << shift;
+    return is_signed ? INT65::from_signed(static_cast<std::int64_t>(bits) >> shift)
+                     : INT65::from_unsigned(bits >> shift);
 }
 
 INT65 text2int(const char* decimal) {

@@ -96,7 +96,8 @@ struct INT65 {
 };
 
 // Reduces the value to what an object of the type can hold: wraps to its width, and sign- or zero-extends by
-// its signedness. A null or non-integral type counts as unsigned of 64 bits, or of its size where it has one.
+// its signedness. A pointer counts as signed; an enumeration keeps a nonnegative number as it is. A null or
+// non-integral type counts as unsigned of 64 bits, or of its size where it has one.
 INT65 truncate_to_type(const INT65& value, TYPE* type);
 
 // Decimal text with an optional "-", wrapped to 65 bits; stops at the first character that is no digit.

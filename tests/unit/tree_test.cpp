@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "OPT5/bbutils.h"
+#include "OPT5/congruent.h"
 #include "OPT5/copy.h"
 #include "OPT5/erase.h"
 #include "OPT5/fpsmath.h"
