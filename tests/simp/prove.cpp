@@ -313,8 +313,9 @@ std::string PROVER::check(const SUBJECT& subject, NODE* tree, std::uint64_t seed
     }
     const bool same = result != nullptr && same_tree(tree, result);
     if (!same) counts.changed++;
-    if (wrong.empty() &&
-        (!same || subject.relation >= RELATION::EFFECTS || subject.relation == RELATION::TRUTH)) {
+    const bool same_is_right = subject.relation == RELATION::VALUE || subject.relation == RELATION::ZERO ||
+                               subject.relation == RELATION::MASK;
+    if (wrong.empty() && !(same && same_is_right)) {
         wrong = check_runs(subject, tree, result, seed, trial, counts);
         if (!wrong.empty()) wrong = report(wrong);
     }
@@ -439,6 +440,12 @@ bool PROVER::agree(const SUBJECT& subject, const CLAIMED& claimed, std::string& 
         case RELATION::TRUTH:
             why = "the result is not the truth value\n";
             return after.value == (is_true(from, value) ? 1u : 0u) && !to.is_float();
+        case RELATION::UNTRUTH:
+            why = "the result is not the negation\n";
+            return after.value == (is_true(from, value) ? 0u : 1u) && !to.is_float();
+        case RELATION::JUMP:
+            why = "the jump leads elsewhere\n";
+            return after.value == (is_true(from, value) ? 1u : 2u);
         case RELATION::MASK:
             why = "the bits under the mask differ\n";
             if (from.bits != to.bits) {

@@ -21,6 +21,8 @@ enum class RELATION : std::uint8_t {
     VALUE,   // the same value, in a type of the same size
     ZERO,    // zero exactly when the tree is
     TRUTH,   // 1 where the tree is not zero, else 0
+    UNTRUTH, // 0 where the tree is not zero, else 1
+    JUMP,    // to label 1 where the tree is not zero, else to label 2
     MASK,    // the same bits under the mask (the parameter)
     EFFECTS, // no value asked for; the result can be null
     CLAIM,   // the tree stays; what is claimed of its value holds
