@@ -248,6 +248,17 @@ void work(const PALETTE& palette, const CAMPAIGN& campaign, std::uint64_t end, S
     }
 }
 
+// What makes two smallest trees the same fault to a reader: operators and widths, not the names and numbers.
+std::string shape_of(NODE* tree) {
+    std::string shape;
+    walk_tree(tree, [&shape](NODE* n) {
+        const REP rep = rep_of(n->type);
+        const char kind = rep.is_float() ? 'f' : rep.kind == REP::POINTER ? 'p' : rep.is_signed ? 's' : 'u';
+        shape += name_of(n) + (kind + std::to_string(rep.bits)) + " ";
+    });
+    return shape;
+}
+
 std::string indented(const std::string& text) {
     std::string result;
     for (std::size_t at = 0; at < text.size();) {
@@ -278,7 +289,7 @@ RESULT run_campaign(const PALETTE& palette, const CAMPAIGN& campaign) {
     std::vector<FAILED> deaths;
     const std::uint64_t end = campaign.first + campaign.trees;
     constexpr std::uint64_t CHUNK = 20000; // what one child does: its memory goes with it
-    while (shared.seed < end && deaths.size() < 20) {
+    while (shared.seed < end && deaths.size() < 60) {
         const std::uint64_t stop = std::min(end, shared.seed + CHUNK);
         bool died = false;
         run_in_child([&] { return work(palette, campaign, stop, shared), std::string(); },
@@ -301,6 +312,8 @@ RESULT run_campaign(const PALETTE& palette, const CAMPAIGN& campaign) {
     result.failures = failed.size();
     munmap(memory, sizeof(SHARED));
 
+    std::sort(failed.begin(), failed.end(), [](const FAILED& a, const FAILED& b) { return a.seed < b.seed; });
+    std::vector<std::string> seen;
     for (const FAILED& f : failed) {
         if (result.reports.size() >= campaign.max_reports) break;
         const SUBJECT& subject = campaign.subjects[f.subject];
@@ -325,10 +338,10 @@ RESULT run_campaign(const PALETTE& palette, const CAMPAIGN& campaign) {
         }
         const std::string one_line = std::string(subject.name) + ": " +
                                      sort_of(campaign.shrink ? smallest : first) + ": " + typed_text(tree);
+        const std::string key = subject.name + sort_of(campaign.shrink ? smallest : first) + shape_of(tree);
         erase_tree(tree);
-        if (std::find(result.short_reports.begin(), result.short_reports.end(), one_line) !=
-            result.short_reports.end())
-            continue;
+        if (std::find(seen.begin(), seen.end(), key) != seen.end()) continue;
+        seen.push_back(key);
         result.short_reports.push_back(one_line);
         std::string report = std::string(subject.name) + " fails: simp_check --subject " + subject.name +
                              " --seed " + std::to_string(f.seed) + "\n" + indented(first);

@@ -60,8 +60,8 @@ struct COUNTS {
 };
 
 struct TRIAL {
-    int rounds = 64;               // assignments
-    unsigned exhaustive_every = 8; // one in so many of the trees that qualify; 0: none
+    int rounds = 64;                // assignments
+    unsigned exhaustive_every = 16; // one in so many of the trees that qualify; 0: none
 };
 
 class PROVER {

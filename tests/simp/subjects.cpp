@@ -18,13 +18,6 @@
 #include "OPT5/types.h"
 #include "OPT5/valrange.h"
 
-#define HAS_SIMPLIFIER __has_include("OPT5/simp.cpp")
-#define HAS_ANALYSES __has_include("OPT5/known_bits.cpp")
-
-#if !HAS_SIMPLIFIER
-NODE* simp_node(NODE* node, LOOP*) { return node; }
-#endif
-
 using namespace op;
 
 namespace prove {
@@ -37,7 +30,6 @@ bool is_conversion(NODE* tree) { return tree->op == SCONV || tree->op == PCONV; 
 
 NODE* fold(NODE* tree, std::uint64_t) { return fold_constants(tree); }
 NODE* peel(NODE* tree, std::uint64_t) { return peel_for_effect(tree); }
-#if HAS_SIMPLIFIER
 NODE* simplify(NODE* tree, std::uint64_t) { return simp_tree(tree, nullptr); }
 
 NODE* control(NODE* tree, std::uint64_t) { return simp_for_control(simp_tree(tree, nullptr), nullptr); }
@@ -51,14 +43,10 @@ NODE* branch(NODE* tree, std::uint64_t) {
     return simp_tree(mk_IF(tree, arms[0], arms[1]), nullptr);
 }
 
-#if HAS_ANALYSES
 // Only the bits under the mask count.
 NODE* masked(NODE* tree, std::uint64_t mask) {
     return prop_mask_into_subtree(simp_tree(tree, nullptr), INT65::from_unsigned(mask));
 }
-
-#endif
-#endif
 
 // A conversion made anew.
 NODE* coerce(NODE* tree, std::uint64_t) {
@@ -81,7 +69,6 @@ template <NODE* (*REWRITE)(NODE*)> NODE* assignments(NODE* tree, std::uint64_t) 
     return tree;
 }
 
-#if HAS_ANALYSES
 // --- Claims on the tree as it is, and on its simplified form, whose value is the same.
 
 std::uint64_t bits_of(const INT65& value, NODE* tree) {
@@ -115,7 +102,6 @@ CLAIMED factor(NODE* tree) {
     return claimed;
 }
 
-#if HAS_SIMPLIFIER
 template <CLAIMED (*CLAIM)(NODE*)> CLAIMED simplified(NODE* tree) {
     NODE* copy = simp_tree(copy_tree(tree, false), nullptr);
     const CLAIMED claimed = CLAIM(copy);
@@ -123,11 +109,9 @@ template <CLAIMED (*CLAIM)(NODE*)> CLAIMED simplified(NODE* tree) {
     return claimed;
 }
 
-#endif
 SUBJECT claim(const char* name, CLAIMED (*function)(NODE*)) {
     return {name, RELATION::CLAIM, nullptr, false, is_integral, function};
 }
-#endif
 
 } // namespace
 
@@ -138,26 +122,18 @@ const std::vector<SUBJECT>& all_subjects() {
         {"coerce_to_type", RELATION::VALUE, coerce, false, is_conversion},
         {"ASG_to_opASG", RELATION::VALUE, assignments<ASG_to_opASG>},
         {"opASG_to_ASG", RELATION::VALUE, assignments<opASG_to_ASG>},
-#if HAS_SIMPLIFIER
         {"simp_tree", RELATION::VALUE, simplify, true},
         {"simp_for_control", RELATION::ZERO, control, false, is_scalar},
         {"make_boolean", RELATION::TRUTH, truth, false, is_scalar},
         {"invert_boolean_tree", RELATION::UNTRUTH, negation, false, is_scalar},
         {"simp_IF", RELATION::JUMP, branch, false, is_scalar},
-#if HAS_ANALYSES
         {"prop_mask", RELATION::MASK, masked, false, is_integral},
-#endif
-#endif
-#if HAS_ANALYSES
         claim("known_bits", bits),
         claim("range", range),
         claim("factor", factor),
-#if HAS_SIMPLIFIER
         claim("known_bits_simp", simplified<bits>),
         claim("range_simp", simplified<range>),
         claim("factor_simp", simplified<factor>),
-#endif
-#endif
     };
     return subjects;
 }
