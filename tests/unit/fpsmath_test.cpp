@@ -159,7 +159,7 @@ simul_fval rounded(cpp_int numerator, cpp_int denominator, int exp) {
     while (numerator >= denominator << 96) denominator <<= 16, exp += 16;
     while (numerator < denominator << 80) numerator <<= 16, exp -= 16;
     cpp_int words = (2 * numerator + denominator) / (2 * denominator);
-    if (words >> 96 != 0) words >>= 16, exp += 16;
+    if ((words >> 96) != 0) words >>= 16, exp += 16;
     for (int i = 5; i >= 0; i--, words >>= 16) value.mant[i] = static_cast<std::uint16_t>(words & 0xffff);
     value.exp = exp;
     value.sign = negative;
