@@ -176,6 +176,8 @@ TEST(FPSMATH, ArithmeticRoundsHalfUpAtTheSixthWord) {
             word = bits % 3 != 0 ? edges[(bits >> 8) % 6] : static_cast<std::uint16_t>(bits >> 16);
         }
         if (value.mant[0] == 0) value.mant[0] = 1;
+        if (random() % 4 == 0)
+            std::fill(value.mant + 1 + random() % 6, std::end(value.mant), std::uint16_t{0});
         value.exp = (static_cast<int>(random() % 21) - 10) * 16;
         value.sign = random() & 1;
         return value;
