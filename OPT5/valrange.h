@@ -7,6 +7,7 @@
 
 struct LOOP;
 class NODE;
+class SYMTAB;
 class TYPE;
 
 // The least and the greatest number that the tree can give, as a number of its type; the limits of the type
@@ -22,5 +23,12 @@ INT65 max_ICON_factor(NODE* tree, LOOP* loop);
 
 // The same for a NAME, by what assertions promise of its symbol: 1 where nothing is.
 INT65 max_asserted_ICON_factor(NODE* name, LOOP* loop);
+
+// Promises of the program: from here on the symbol's value is a multiple of the factor, which is positive.
+// Several promises of one symbol add up to their least common multiple, as far as it is a target value.
+void set_asserted_ICON_factor(const SYMTAB* symbol, const INT65& factor);
+
+// Forgets all promises: their symbols may be about to go, or their scope ends.
+void clear_asserted_ICON_factors();
 
 #endif
