@@ -283,10 +283,24 @@ std::string PROVER::check_shape(NODE* tree, const char* which) const {
 std::string PROVER::check(const SUBJECT& subject, NODE* tree, std::uint64_t seed, const TRIAL& trial,
                           COUNTS& counts) {
     if (subject.accepts != nullptr && !subject.accepts(tree)) return {};
+    if (std::string fault = check_shape(tree, "the generated tree is not well-typed: "); !fault.empty())
+        return fault + line("tree", tree_to_text(tree)) + line("typed", typed_text(tree));
+    if (subject.prepare == nullptr) return check_prepared(subject, tree, seed, trial, counts);
+    NODE* prepared = subject.prepare(copy_tree(tree, false), 0);
+    std::string wrong;
+    // What is wrong with the preparation is for its own subject to say.
+    if (prepared->type->size() == tree->type->size() && check_shape(prepared, "").empty()) {
+        wrong = check_prepared(subject, prepared, seed, trial, counts);
+        if (!wrong.empty()) wrong += line("made of", typed_text(tree));
+    }
+    erase_tree(prepared);
+    return wrong;
+}
+
+std::string PROVER::check_prepared(const SUBJECT& subject, NODE* tree, std::uint64_t seed, const TRIAL& trial,
+                                   COUNTS& counts) {
     counts.trees++;
     const std::string text = line("tree", tree_to_text(tree));
-    if (std::string fault = check_shape(tree, "the generated tree is not well-typed: "); !fault.empty())
-        return fault + text + line("typed", typed_text(tree));
     parameter_ = parameter_of(seed, static_cast<unsigned>(std::min<std::uint64_t>(tree->type->size(), 64)));
     if (subject.relation == RELATION::MASK) {
         const REP rep = rep_of(tree->type);

@@ -51,6 +51,9 @@ struct SUBJECT {
     bool (*accepts)(NODE* tree) = nullptr;
     // For RELATION::CLAIM, in place of `apply`.
     CLAIMED (*claim)(NODE* tree) = nullptr;
+    // Brings the tree into the form that the subject asks for, and is taken to be right. Null: the tree as it
+    // is.
+    NODE* (*prepare)(NODE* tree, std::uint64_t parameter) = nullptr;
 };
 
 struct COUNTS {
@@ -75,6 +78,8 @@ class PROVER {
 
   private:
     struct USE; // the objects and constants of a tree
+    std::string check_prepared(const SUBJECT& subject, NODE* tree, std::uint64_t seed, const TRIAL& trial,
+                               COUNTS& counts);
     std::string check_shape(NODE* tree, const char* which) const;
     std::string check_runs(const SUBJECT& subject, NODE* tree, NODE* result, std::uint64_t seed,
                            const TRIAL& trial, COUNTS& counts);

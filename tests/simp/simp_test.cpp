@@ -116,7 +116,7 @@ void crash(NODE* n) {
 }
 
 SUBJECT wrong(NODE* (*apply)(NODE*, std::uint64_t), bool idempotent = false) {
-    return {"wrong", RELATION::VALUE, apply, idempotent, nullptr, nullptr};
+    return {"wrong", RELATION::VALUE, apply, idempotent, nullptr, nullptr, nullptr};
 }
 
 CAMPAIGN campaign(const SUBJECT& subject, std::uint64_t trees) {
@@ -130,8 +130,9 @@ CAMPAIGN campaign(const SUBJECT& subject, std::uint64_t trees) {
 } // namespace
 
 TEST(Harness, AcceptsWhatChangesNothing) {
-    CAMPAIGN c = campaign({"identity", RELATION::VALUE, identity, true, nullptr, nullptr}, 3000);
-    c.subjects.push_back({"identity as truth of itself", RELATION::ZERO, identity, true, nullptr, nullptr});
+    CAMPAIGN c = campaign({"identity", RELATION::VALUE, identity, true, nullptr, nullptr, nullptr}, 3000);
+    c.subjects.push_back(
+        {"identity as truth of itself", RELATION::ZERO, identity, true, nullptr, nullptr, nullptr});
     const RESULT result = run_campaign(palette(), c);
     for (const std::string& report : result.reports) ADD_FAILURE() << report;
 }

@@ -32,20 +32,20 @@ NODE* fold(NODE* tree, std::uint64_t) { return fold_constants(tree); }
 NODE* peel(NODE* tree, std::uint64_t) { return peel_for_effect(tree); }
 NODE* simplify(NODE* tree, std::uint64_t) { return simp_tree(tree, nullptr); }
 
-NODE* control(NODE* tree, std::uint64_t) { return simp_for_control(simp_tree(tree, nullptr), nullptr); }
-NODE* truth(NODE* tree, std::uint64_t) { return make_boolean(simp_tree(tree, nullptr), nullptr); }
-NODE* negation(NODE* tree, std::uint64_t) {
-    return invert_boolean_tree(make_boolean(simp_tree(tree, nullptr), nullptr));
-}
+NODE* simplified_truth(NODE* tree, std::uint64_t) { return make_boolean(simp_tree(tree, nullptr), nullptr); }
+
+NODE* control(NODE* tree, std::uint64_t) { return simp_for_control(tree, nullptr); }
+NODE* truth(NODE* tree, std::uint64_t) { return make_boolean(tree, nullptr); }
+NODE* negation(NODE* tree, std::uint64_t) { return invert_boolean_tree(tree); }
 NODE* branch(NODE* tree, std::uint64_t) {
     NODE* arms[2];
     for (int i = 0; i < 2; i++) arms[i] = mk_LABELREF(INT65::from_signed(i + 1), NO_PROFILE);
-    return simp_tree(mk_IF(tree, arms[0], arms[1]), nullptr);
+    return simp_node(mk_IF(tree, arms[0], arms[1]), nullptr);
 }
 
 // Only the bits under the mask count.
 NODE* masked(NODE* tree, std::uint64_t mask) {
-    return prop_mask_into_subtree(simp_tree(tree, nullptr), INT65::from_unsigned(mask));
+    return prop_mask_into_subtree(tree, INT65::from_unsigned(mask));
 }
 
 // A conversion made anew.
@@ -102,15 +102,8 @@ CLAIMED factor(NODE* tree) {
     return claimed;
 }
 
-template <CLAIMED (*CLAIM)(NODE*)> CLAIMED simplified(NODE* tree) {
-    NODE* copy = simp_tree(copy_tree(tree, false), nullptr);
-    const CLAIMED claimed = CLAIM(copy);
-    erase_tree(copy);
-    return claimed;
-}
-
-SUBJECT claim(const char* name, CLAIMED (*function)(NODE*)) {
-    return {name, RELATION::CLAIM, nullptr, false, is_integral, function};
+SUBJECT claim(const char* name, CLAIMED (*function)(NODE*), bool of_simplified) {
+    return {name, RELATION::CLAIM, nullptr, false, is_integral, function, of_simplified ? simplify : nullptr};
 }
 
 } // namespace
@@ -123,17 +116,17 @@ const std::vector<SUBJECT>& all_subjects() {
         {"ASG_to_opASG", RELATION::VALUE, assignments<ASG_to_opASG>},
         {"opASG_to_ASG", RELATION::VALUE, assignments<opASG_to_ASG>},
         {"simp_tree", RELATION::VALUE, simplify, true},
-        {"simp_for_control", RELATION::ZERO, control, false, is_scalar},
-        {"make_boolean", RELATION::TRUTH, truth, false, is_scalar},
-        {"invert_boolean_tree", RELATION::UNTRUTH, negation, false, is_scalar},
-        {"simp_IF", RELATION::JUMP, branch, false, is_scalar},
-        {"prop_mask", RELATION::MASK, masked, false, is_integral},
-        claim("known_bits", bits),
-        claim("range", range),
-        claim("factor", factor),
-        claim("known_bits_simp", simplified<bits>),
-        claim("range_simp", simplified<range>),
-        claim("factor_simp", simplified<factor>),
+        {"simp_for_control", RELATION::ZERO, control, false, is_scalar, nullptr, simplify},
+        {"make_boolean", RELATION::TRUTH, truth, false, is_scalar, nullptr, simplify},
+        {"invert_boolean_tree", RELATION::UNTRUTH, negation, false, is_scalar, nullptr, simplified_truth},
+        {"simp_IF", RELATION::JUMP, branch, false, is_scalar, nullptr, simplify},
+        {"prop_mask", RELATION::MASK, masked, false, is_integral, nullptr, simplify},
+        claim("known_bits", bits, false),
+        claim("range", range, false),
+        claim("factor", factor, false),
+        claim("known_bits_simp", bits, true),
+        claim("range_simp", range, true),
+        claim("factor_simp", factor, true),
     };
     return subjects;
 }
