@@ -386,9 +386,10 @@ constexpr const char* int_words[IK_COUNT] = {
     "int",  "unsigned", "long",          "unsigned long", "long long", "unsigned long long"};
 constexpr const char* flt_words[FK_COUNT] = {"float", "double", "long double"};
 
-// A text shows so many levels, those of lists and their parameters together, and so many parts in all,
-// before it ends in dots.
+// A text shows so many levels of a declarator, and so many parts in all, before it ends in dots. A list
+// takes several levels, since lists in lists are soon past reading.
 constexpr int MAX_TEXT_LEVELS = 24;
+constexpr int LEVELS_OF_LIST = 6;
 constexpr int MAX_TEXT_PARTS = 200;
 
 std::string qualifier_text(unsigned bits) {
@@ -476,7 +477,7 @@ std::string declaration_text(TYPE* type, int level, int& parts) {
                 break;
             case TYPE::FUNC_KIND:
                 wrap();
-                right += parameter_text(type->func(), level + 1, parts);
+                right += parameter_text(type->func(), level + LEVELS_OF_LIST, parts);
                 if (type->return_type() == nullptr) return finish("?");
                 type = type->return_type();
                 break;
