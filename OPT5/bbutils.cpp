@@ -15,6 +15,11 @@
 
 using namespace op;
 
+std::uint32_t fresh_stamp() {
+    static std::uint32_t last_stamp;
+    return ++last_stamp;
+}
+
 int count_nodes_in_tree(NODE* tree) {
     int count = 0;
     walk_tree(tree, [&count](NODE*) { count++; });

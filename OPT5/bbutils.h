@@ -4,6 +4,7 @@
 #define OPT5_BBUTILS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "node.h"
@@ -36,6 +37,9 @@ class NODE_STACK {
     std::vector<NODE*> rest_;
     std::size_t size_ = 0;
 };
+
+// A number that no NODE::stamp bears yet, for one walk or one set of walks.
+std::uint32_t fresh_stamp();
 
 // Calls `visit` for every node of the tree, a node before its operands, left before right. The visitor may
 // change a node's fields and replace its operands; it must not erase the node. A null tree has no nodes.

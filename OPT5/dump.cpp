@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -160,12 +159,7 @@ bool PRINTER::print_leaf(NODE* node) {
         case NAME: out_ += node->symbol() != nullptr ? node->symbol()->name : "<null>"; return true;
         case ICON:
         case LCON: out_ += int2text(node->u.lval); return true;
-        case FCON: {
-            char text[40];
-            std::snprintf(text, sizeof text, "%g", std::strtod(f_print_hex(node->fval()).c_str(), nullptr));
-            out_ += text;
-            return true;
-        }
+        case FCON: out_ += fval2text(node->fval(), node->type); return true;
         case SCON: append_quoted(out_, node->text, node->text_length); return true;
         case FIELD: out_ += node->mdata->name; return true;
         case LABEL: out_ += label_text(node); return true;

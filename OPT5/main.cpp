@@ -20,6 +20,7 @@
 #include "read.h"
 #include "steps.h"
 #include "symbol.h"
+#include "target_bif.h"
 #include "types.h"
 
 namespace {
@@ -109,6 +110,7 @@ void run_steps() {
     init_opcode_tables();
     init_symbols();
     init_fileopts();
+    init_BIF_descriptors();
     setup_passes(true);
     // There is no rule base to parse: the switch exercises start-up and the end of a run alone.
     if (!pass_debug("parser")) {

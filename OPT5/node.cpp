@@ -50,7 +50,7 @@ const char* NODE::lcon_value() {
 const char* NODE::fcon_value() {
     if (text == nullptr) {
         simul_fval rounded = *fval();
-        truncate_fval_to_target(&rounded);
+        truncate_fval_to_target(&rounded, type);
         text = current_pool().copy_text(f_print_hex(&rounded));
     }
     return text;
@@ -87,7 +87,7 @@ void NODE::mk_lcon(const char* decimal) {
 void NODE::mk_fcon(const char* value) {
     auto* number = static_cast<simul_fval*>(current_pool().allocate(sizeof(simul_fval)));
     f_atof(value, number); // text that is no number reads as zero
-    truncate_fval_to_target(number);
+    truncate_fval_to_target(number, type);
     u.rval = number;
     text = nullptr;
 }

@@ -16,6 +16,7 @@
 #include "pool.h"
 #include "pragma.h"
 #include "symbol.h"
+#include "target_bif.h"
 #include "types.h"
 #include "verify.h"
 
@@ -275,6 +276,8 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
     }
     for (SYMTAB* symbol = function->params; symbol != nullptr; symbol = symbol->next)
         if (symbol->type->is_const()) symbol->type = tp->remove_known_qual(symbol->type, QUAL_CONST);
+    for (LIST* cell = function->statements; cell != nullptr; cell = cell->next)
+        cell->first = fix_BIF_types(cell->first);
     buildcfg();
     preprocess_fundef(function);
     function->is_defined = true;

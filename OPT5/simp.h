@@ -8,6 +8,9 @@
 #ifndef OPT5_SIMP_H
 #define OPT5_SIMP_H
 
+#include <map>
+#include <vector>
+
 #include "xint.h"
 
 struct LOOP;
@@ -42,5 +45,45 @@ NODE* invert_boolean_tree(NODE* tree);
 
 // Whether the negation costs nothing: a comparison that has an inverse, a logical operator, a constant.
 bool tree_is_trivially_invertible(const NODE* tree);
+
+// Turns `a && b` and `a || b` of integral trees into bit arithmetic, where evaluating both sides is safe and
+// cheap; else returns the node as it is. Operands have been through simp_for_control.
+NODE* simp_ANDOR_ANDOR(NODE* node, LOOP* loop);
+
+// Nodes on the longest way from the root to a leaf; the subtree `leaf` (may be null) counts as one. Above
+// `limit` the answer is `limit` + 1, so that the cost is bounded.
+int andor_andor_height(NODE* tree, int limit, NODE* leaf);
+
+// Whether one bit alone decides if the tree is zero, so that it may stand in an `&` test with another. With
+// `make`, a tree that is cheap to turn into such a form is: a comparison becomes the bit it gives, a
+// conversion that no test sees goes. False: the tree is as it was.
+bool find_or_make_safe_for_ANDB(NODE*& tree, bool make);
+
+// What may be evaluated without need. An access or division is safe where an evaluated one proves it so.
+// Whether evaluating the access or division `strict` without a fault proves that `other` has none either.
+bool strict_expr_allows_strict_expr(NODE* strict, NODE* other);
+// The same, where any access or division that `lhs` always evaluates may be the proof.
+bool rln_SX_allows_rhs_SX(NODE* lhs, NODE* other);
+// Whether reading the lvalue can never fault: a named object, or a part of one at a fixed place.
+bool lvalue_is_inherently_strict(NODE* lvalue);
+// Whether evaluating `rhs` may fault unless `lhs` is evaluated first and decides against it.
+bool rhs_may_need_guard_in_lhs(NODE* rhs, NODE* lhs);
+
+// A memory access taken apart: address units [offset, offset + size) from the address that `base` gives.
+// Members and constant addends are part of the offset.
+struct STRICT_ACCESS {
+    NODE* base; // part of the tree
+    bool base_is_place;
+    long long offset, size;
+};
+// Takes the access apart; false for a tree that is none or whose place is not known that way.
+bool expand_and_raise_expr(NODE* tree, STRICT_ACCESS& access);
+
+// The test under what is known: `outcomes` maps the numbers of `tests` that are known to 0 or 1 (a MIXVALUE
+// in the test stands for the number it holds). A test that is one of these, its negation, or decided by them,
+// becomes an ICON, also as a part of a logical operator. Consumes the simplified test, returns what replaces
+// it.
+NODE* simp_redundant_test(NODE* test, std::map<int, int>& outcomes, const std::vector<NODE*>& tests,
+                          LOOP* loop);
 
 #endif

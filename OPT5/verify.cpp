@@ -273,8 +273,7 @@ void VERIFIER::stamp_symbols(SYMTAB* list) {
 }
 
 void VERIFIER::run() {
-    static std::uint32_t last_stamp = 0;
-    stamp_ = ++last_stamp;
+    stamp_ = fresh_stamp();
     stamp_symbols(currfuninfo->params);
     stamp_symbols(currfuninfo->locals);
     stamp_symbols(currfuninfo->temps);

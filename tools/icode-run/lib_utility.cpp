@@ -236,8 +236,6 @@ const std::vector<library_function>& utility_functions() {
          special::SETJMP},
         {"longjmp", 2, [](library_call& c) -> std::uint64_t { c.vm.long_jump(c.pointer(0), c.raw(1)); }},
         {"__builtin_expect", 2, [](library_call& c) { return c.raw(0); }},
-        {"_never_executed", 0,
-         [](library_call&) -> std::uint64_t { throw fault{"a point that is never reached"}; }},
         {"__assert_fail", 1, assertion_failed},
         {"__assert", 1, assertion_failed},
         {"_assert", 1, assertion_failed},

@@ -50,14 +50,19 @@ const library_function* find_library(std::string_view name);
 
 // An operator by name, of the ICALL family.
 struct intrinsic {
-    std::string_view name; // lower case, without leading underscores
-    unsigned arguments;
+    std::string_view name;
+    unsigned arguments; // at least
     // The result in representation `result`.
     std::uint64_t (*run)(const std::uint64_t* values, const argument_info* infos, const scalar& result);
+    bool is_function; // a program may call it as a function
 };
 
-// The intrinsic of that name in any case, leading underscores skipped; or null.
+// The intrinsic of that name, or null.
 const intrinsic* find_intrinsic(std::string_view name);
+
+// The intrinsic that a call of the external function of that name, which nothing defines, stands for: by its
+// own name or behind the prefix of externals; or null.
+const intrinsic* find_intrinsic_function(std::string_view name);
 
 // Tables of the library's parts; each ends where its vector ends.
 const std::vector<library_function>& stdio_functions();

@@ -301,6 +301,7 @@ std::uint64_t machine::loop() {
                 break;
             }
             case CALL_INTRINSIC: {
+                save();
                 const call_site& site = fn->sites[i.c];
                 r[i.a] = site.builtin->run(arguments_.data(), site.args.data(), site.result);
                 break;

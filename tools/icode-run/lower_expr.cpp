@@ -505,6 +505,13 @@ void lowering::do_call(const tree* t, std::uint32_t arguments) {
     item pointer;
     const model::symbol* callee = called_symbol(t->left);
     if (callee == nullptr) pointer = pop();
+    if (callee != nullptr && image_.place_of(callee).kind == global_place::UNDEFINED) {
+        const intrinsic* builtin = find_intrinsic_function(callee->name);
+        if (builtin != nullptr && builtin->arguments == arguments) {
+            finish_intrinsic(t, *builtin, values, trees);
+            return;
+        }
+    }
 
     call_site site;
     site.result = scalar_of(t->type);
@@ -556,19 +563,29 @@ void lowering::do_intrinsic(const tree* t, std::uint32_t arguments) {
     push_arguments(t->op == ICALL || t->op == MCALL ? t->left : nullptr, trees);
     std::vector<item> values(arguments);
     for (std::uint32_t i = arguments; i-- > 0;) values[i] = pop();
+    const intrinsic* builtin = find_intrinsic(t->text);
+    if (builtin == nullptr || arguments < builtin->arguments)
+        bad(t, builtin == nullptr ? "of '" + std::string(t->text) + "' has no meaning when a program runs"
+                                  : "of '" + std::string(t->text) + "' with too few arguments");
+    finish_intrinsic(t, *builtin, values, trees);
+}
+
+void lowering::finish_intrinsic(const tree* t, const intrinsic& builtin, std::vector<item>& values,
+                                const std::vector<const tree*>& trees) {
     call_site site;
     site.result = scalar_of(t->type);
-    site.builtin = find_intrinsic(t->text);
+    site.builtin = &builtin;
     set_up_arguments(values, site, trees);
     count(ARITHMETIC_OP);
-    if (site.builtin == nullptr || arguments < site.builtin->arguments)
-        bad(t, site.builtin == nullptr
-                   ? "of '" + std::string(t->text) + "' has no meaning when a program runs"
-                   : "of '" + std::string(t->text) + "' with too few arguments");
     const std::uint32_t reg = new_temp();
     emit(CALL_INTRINSIC, reg, 0, static_cast<std::uint32_t>(out_->sites.size()));
     out_->sites.push_back(std::move(site));
-    push(temp_item(reg, out_->sites.back().result));
+    if (const scalar& result = out_->sites.back().result; result.has_value()) {
+        push(temp_item(reg, result));
+    } else {
+        free_temp(reg);
+        push(item{});
+    }
 }
 
 void lowering::set_up_arguments(std::vector<item>& args, call_site& site,

@@ -172,6 +172,8 @@ class lowering {
     void do_step(const tree* t, bool wanted);
     void do_call(const tree* t, std::uint32_t arguments);
     void do_intrinsic(const tree* t, std::uint32_t arguments);
+    void finish_intrinsic(const tree* t, const intrinsic& builtin, std::vector<item>& values,
+                          const std::vector<const tree*>& trees);
     void do_memcpy(const tree* t);
     void do_promise();
     void do_test(std::uint32_t label, bool flag);
