@@ -1,6 +1,7 @@
 // The step "output function".
 //
-// Trees: nothing is rewritten; locals of the outermost scope that no tree names any more lose their symbol.
+// Trees: they get the form that suits the code generator, with every conversion that the file asks for; locals
+// of the outermost scope that no tree names any more lose their symbol.
 // Requires edges and blocks; behind it the body is gone. Linear in the function.
 
 #include "output.h"
@@ -8,12 +9,14 @@
 #include <vector>
 
 #include "bblk.h"
+#include "casts.h"
 #include "debug.h"
 #include "erase.h"
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
 #include "symbol.h"
+#include "unsimplify.h"
 #include "write.h"
 
 std::FILE* remembered_fdebug = nullptr;
@@ -66,6 +69,11 @@ void output_function() {
     drop_unused_locals();
     if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
         write_func_header();
+        fold_ANDBASGs();
+        unsimplify();
+        for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+            for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+                insert_mandatory_casts_in_tree(cell->first);
         write_func_body();
     }
     currfuninfo->flags |= FUN_is_processed;

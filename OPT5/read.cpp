@@ -15,6 +15,8 @@
 #include "opt_expr.h"
 #include "pool.h"
 #include "pragma.h"
+#include "seq_trees.h"
+#include "simp.h"
 #include "symbol.h"
 #include "target_bif.h"
 #include "types.h"
@@ -277,7 +279,8 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
     for (SYMTAB* symbol = function->params; symbol != nullptr; symbol = symbol->next)
         if (symbol->type->is_const()) symbol->type = tp->remove_known_qual(symbol->type, QUAL_CONST);
     for (LIST* cell = function->statements; cell != nullptr; cell = cell->next)
-        cell->first = fix_BIF_types(cell->first);
+        cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
+    seq_trees();
     buildcfg();
     preprocess_fundef(function);
     function->is_defined = true;
