@@ -76,9 +76,7 @@ TYPE* value_type(const NODE* tree) {
     return type->is_enum() ? type->underlying_type()->true_type() : type;
 }
 
-NODE* mk_number(WIDE value, TYPE* type) {
-    return mk_ICON(to_int65(numbers_of(type).wrap(value)), type);
-}
+NODE* mk_number(WIDE value, TYPE* type) { return mk_ICON(to_int65(numbers_of(type).wrap(value)), type); }
 
 bool read_value_test(NODE* tree, VALUE_TEST& test) {
     if (!is_integer_comparison(tree->op)) {

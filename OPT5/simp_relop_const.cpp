@@ -139,8 +139,7 @@ RELOP::OUTCOME RELOP::product() {
     const auto quotient = static_cast<WIDE>(static_cast<std::uint64_t>(k >> lost) * odd_inverse(odd)) &
                           low_bits(numbers_.width - lost);
     NODE* value = take_left(left);
-    if (lost > 0)
-        value = build(ANDB, value, mk_number(low_bits(numbers_.width - lost), type), type, loop_);
+    if (lost > 0) value = build(ANDB, value, mk_number(low_bits(numbers_.width - lost), type), type, loop_);
     return rewrite(node_->op, value, number(quotient, type));
 }
 
