@@ -132,32 +132,11 @@ NODE* integer_step(NODE* node) {
     return left;
 }
 
-// x op 0 and x op 1; then the meeting of two constants.
-NODE* identity_rules(NODE* node) {
-    NODE* right = node->right;
-    if (right == nullptr || right->op != ICON || node->left == nullptr) return node;
-    bool is_identity = false;
-    switch (node->op) {
-        case PLUS:
-        case MINUS:
-        case ORB:
-        case XORB:
-        case SRL: is_identity = right->u.lval.is_zero(); break;
-        case MULT:
-        case DIV: is_identity = right->u.lval == INT65::from_signed(1); break;
-        default: break;
-    }
-    if (is_identity) {
-        erase_node(right);
-        node->right = nullptr;
-        node->op = node->type->is_ptr() ? PCONV : SCONV;
-        return simp_node(node, nullptr);
-    }
-    const NODE* left = node->left;
-    if (left->op == node->op && number_of_operands[node->op] == 2 && left->right != nullptr &&
-        left->right->op == ICON)
-        return simp_node(node, nullptr);
-    return node;
+// Two constants that one operator gives a chance to meet: (x op k1) op k2.
+bool constants_meet(const NODE* node) {
+    const NODE *left = node->left, *right = node->right;
+    return right != nullptr && right->op == ICON && left != nullptr && left->op == node->op &&
+           number_of_operands[node->op] == 2 && left->right != nullptr && left->right->op == ICON;
 }
 
 bool is_nan(const NODE* constant) {
@@ -297,6 +276,28 @@ NODE* floating_step(NODE* node) {
 
 } // namespace
 
+bool is_identity(const NODE* node) {
+    const NODE* right = node->right;
+    if (right == nullptr || right->op != ICON) return false;
+    switch (node->op) {
+        case PLUS:
+        case MINUS:
+        case ORB:
+        case XORB:
+        case SRL: return right->u.lval.is_zero();
+        case MULT:
+        case DIV: return right->u.lval == INT65::from_signed(1);
+        default: return false;
+    }
+}
+
+NODE* drop_identity(NODE* node, ::LOOP* loop) {
+    erase_node(node->right);
+    node->right = nullptr;
+    node->op = node->type->is_ptr() ? PCONV : SCONV;
+    return simp_node(node, loop);
+}
+
 NODE* fold_node(NODE* node) {
     if (node->left == nullptr) return node;
     if (node->type->is_fltpt() || node->left->op == FCON || (node->op >= FEQ && node->op <= FUNO))
@@ -305,7 +306,8 @@ NODE* fold_node(NODE* node) {
         node = integer_step(node);
         if (node->left == nullptr) return node;
     }
-    return identity_rules(node);
+    if (is_identity(node)) return drop_identity(node, nullptr);
+    return constants_meet(node) ? simp_node(node, nullptr) : node;
 }
 
 NODE* fold_constants(NODE* tree) {

@@ -333,6 +333,7 @@ NODE* simplify(NODE* node, ::LOOP* loop) {
         result = simp_vector_node(node, loop);
     } else {
         const bool reciprocal = left->op == RECIP && node->op == MULT && node->right->op == FCON;
+        if (is_identity(node) && is_int_or_ptr(node->type)) return drop_identity(node, loop);
         if (left->op == ICON || left->op == FCON || reciprocal) {
             const int op = node->op;
             result = fold_node(node);

@@ -72,7 +72,7 @@ NODE* simp_assoc(NODE* node, ::LOOP* loop) {
                 node->left = left->left;
                 node->right = combine(node->op, constant, right, node->type, loop);
                 erase_node(left);
-                continue;
+                return simp_node(node, loop);
             }
             left->right = right;
             left->type = left->otype = node->type;

@@ -28,16 +28,22 @@ bool is_nonnegative(NODE* tree) {
     return (find_known_zeros(tree, type) & (INT65::from_signed(1) << (type_width(type) - 1))).is_zero();
 }
 
+// Whether `inner` holds the number that x is.
+bool keeps_number(TYPE* inner, NODE* x) {
+    return holds(inner, x->type) ||
+           (x->type->is_signed() && inner->size() >= x->type->size() && is_nonnegative(x));
+}
+
 // Whether (T)(S)x is (T)x.
 bool inner_is_idle(TYPE* outer, TYPE* inner, NODE* x) {
     TYPE* from = x->type;
     if (!from->is_integral()) return false;
     if (!is_number(inner)) return returns_1_or_0(x);
-    if (outer->is_fltpt()) return holds(inner, from) || (is_nonnegative(x) && inner->size() >= from->size());
+    if (outer->is_fltpt()) return keeps_number(inner, x);
     if (!outer->is_integral()) return false;
     if (outer->size() <= inner->size() && is_number(outer)) return true;
     if (!is_number(outer)) return inner->size() >= from->size();
-    return holds(inner, from) || (inner->size() >= from->size() && is_nonnegative(x));
+    return keeps_number(inner, x);
 }
 
 // Whether converting the operand to a narrower type costs nothing.

@@ -394,7 +394,8 @@ RELOP::OUTCOME RELOP::cancel_common() {
 // -x == -y, ~x < ~y, x * 3 == y * 3: one-to-one operators on both sides.
 RELOP::OUTCOME RELOP::strip_both() {
     NODE *left = node_->left, *right = node_->right;
-    if (left->op != right->op || !operand_fits(left->left) || !operand_fits(right->left)) return NONE;
+    if (left->op != right->op || left->left == nullptr || right->left == nullptr) return NONE;
+    if (!operand_fits(left->left) || !operand_fits(right->left)) return NONE;
     if (!same_representation(left->left->type, right->left->type)) return NONE;
     switch (left->op) {
         case NOTB: return rewrite(commute_inv[node_->op], take_left(left), take_left(right));

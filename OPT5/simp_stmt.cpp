@@ -50,42 +50,39 @@ NODE* step_behind_use(NODE* node) {
     return node;
 }
 
+// The left operand of a comma as effects alone; null where there are none. A comma of type void in that place
+// holds nothing else already: so the effects of a long chain are looked at once.
+NODE* effects_of(NODE* left) {
+    if (left->op != COMMAOP) return peel_for_effect(left);
+    if (left->type->is_void()) return left;
+    left->right = peel_for_effect(left->right);
+    if (left->right == nullptr) {
+        NODE* rest = left->left;
+        erase_node(left);
+        return rest;
+    }
+    left->type = left->otype = tp->void_type();
+    return left;
+}
+
 } // namespace
 
 NODE* simp_COMMAOP(NODE* node, ::LOOP* loop) {
+    NODE* left = effects_of(node->left);
     NODE* right = node->right;
-    if (right->op == COMMAOP) {
+    if (left == nullptr) {
+        erase_node(node);
+        return right;
+    }
+    if (right->op == COMMAOP && !right->type->is_void()) {
         // (a, (b, c)) as ((a, b), c)
-        node->left = mk_COMMAOP(node->left, right->left);
+        left = maketree(COMMAOP, left, right->left, tp->void_type(), nullptr);
         node->right = right->right;
         erase_node(right);
         right = node->right;
     }
-    // Only what is last on the left can have lost its use since it was simplified.
-    NODE* left = node->left;
-    if (left->op == COMMAOP) {
-        left->right = peel_for_effect(left->right);
-        if (left->right == nullptr) {
-            node->left = left->left;
-            erase_node(left);
-            return simp_node(node, loop);
-        }
-        if (left->right->op == COMMAOP) {
-            NODE* inner = left->right;
-            left->right = inner->right;
-            inner->right = inner->left;
-            inner->left = left->left;
-            left->left = inner;
-        }
-        left->type = left->otype = left->right->type;
-    } else {
-        node->left = left = peel_for_effect(left);
-        if (left == nullptr) {
-            erase_node(node);
-            return right;
-        }
-    }
-    node->type = node->otype = right->type;
+    node->left = left;
+    if (!node->type->is_void()) node->type = node->otype = right->type;
     NODE* step = step_behind_use(node);
     return step != nullptr ? simp_node(step, loop) : node;
 }
