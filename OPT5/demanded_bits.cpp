@@ -118,8 +118,10 @@ NODE* PUSH::constant_for(NODE* tree, BITS value) {
         erase_tree(tree);
         return constant;
     }
+    // Without their values the effects may have a simpler form: an arm of a condition has become empty.
     NODE* effects = peel_for_effect(tree);
-    return effects == nullptr ? constant : simp_node(mk_COMMAOP(effects, constant), nullptr);
+    if (effects == nullptr) return constant;
+    return simp_node(mk_COMMAOP(simp_tree(effects, nullptr), constant), nullptr);
 }
 
 void PUSH::push_into(NODE*& operand, BITS demanded, const INT_SHAPE& shape) {
