@@ -261,7 +261,8 @@ NODE* PUSH::push_SCONV(NODE* tree, BITS demanded, const INT_SHAPE& shape) {
 
 } // namespace
 
-NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask) {
+NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask, bool* changed) {
+    if (changed != nullptr) *changed = false;
     if (nested_calls >= MAX_NESTED_CALLS) return tree;
     const NESTING nesting;
     // A node that simp_node has rewritten may offer more: again until nothing changes.
@@ -269,6 +270,7 @@ NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask) {
         PUSH push;
         tree = push.push(tree, mask.bits());
         if (!push.changed()) break;
+        if (changed != nullptr) *changed = true;
     }
     return tree;
 }

@@ -57,7 +57,9 @@ TEST_F(DEMANDED_BITS, KeepTheirValueAndAllEffects) {
                 << what << " under " << std::hex << mask;
             ASSERT_TRUE(values_before == values_after) << what;
         }
-        after = prop_mask_into_subtree(after, INT65::from_unsigned(mask));
+        bool again = true;
+        after = prop_mask_into_subtree(after, INT65::from_unsigned(mask), &again);
+        ASSERT_FALSE(again) << what;
         ASSERT_EQ(text(after), once) << "of " << text(before) << " under " << std::hex << mask;
         erase_tree(before);
         erase_tree(after);
