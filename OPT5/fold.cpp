@@ -428,7 +428,8 @@ class PEELER {
         const bool left = tree_has_side_effects(arms->left), right = tree_has_side_effects(arms->right);
         if (!left && !right) return drop_right(node);
         NODE*& idle = left ? arms->right : arms->left;
-        if (left == right || !node->type->is_scalar() || idle->op == ICON) return keep(node);
+        if (left == right || !node->type->is_scalar() || idle->op == ICON || idle->op == FCON)
+            return keep(node);
         // What the idle arm gives does not matter: zero is what rules look for.
         TYPE* type = idle->type;
         erase_tree(idle);
