@@ -632,9 +632,13 @@ TEST(SimpBool, SafeOperandsAreCombinedWithoutABranch) {
         {"i1 || v_int", "i1 || v_int"},
         {"i1 || *(array + 2)", "(*(&array + 2) | i1) != 0"},
         {"i1 || *(array + 9)", "i1 || *(&array + 9)"}, // outside the object
+        {"i1 || *(array - 1)", "i1 || *(&array + -1)"},
+        {"i1 || *(long*)(array + 6)", "((long)i1 | *(long *)(&array + 6)) != 0"},
+        {"i1 || *(long*)(array + 7)", "i1 || *(long *)(&array + 7)"},
         {"i1 || *p", "i1 || *p"},
         {"*p || *p + i1", "(*p | *p + i1) != 0"},
         {"*p || *(p + 1)", "*p || *(p + 1)"},
+        {"*(p + 1) || *p", "*(p + 1) || *p"},
         {"(i1 && *p ? i2 : u1) || *p", "(i1 && *p ? ((unsigned)i2 : u1)) || *p"}, // not always an access
         {"i1 || i2 / 3", "(i2 / 3 | i1) != 0"},
         {"i1 || i2 / u1", "i1 || (unsigned)i2 / u1"},
@@ -743,6 +747,7 @@ TEST(SimpRedundantTest, KnownTestsDecideWhatTheyImply) {
         {"i1 < 5", "i1 < 3", 1, "1"},
         {"i1 < 5", "i1 < 9", 1, "i1 <= 4"},
         {"i1 < 5", "i1 > 7", 1, "0"},
+        {"i1 < 5", "i1 > 7", 0, "i1 <= 4"},
         {"i1 < 5", "i1 >= 3", 0, "1"},
         {"i1 == 4", "i1 != 4", 0, "1"},
         {"i1 != 4", "i1 == 4", 0, "1"},
