@@ -108,10 +108,10 @@ NODE* simp_ANDB(NODE* node, ::LOOP* loop) {
             mask = mask & (type_mask(type) >> static_cast<int>(left->right->u.lval.low));
         if (drop_inner_mask(node, mask, loop)) continue;
         // The bits that are asked for below, and those that may be there.
-        const int op = left->op;
-        const NODE* before = left;
-        node->left = left = prop_mask_into_subtree(left, mask);
-        if (left != before || left->op != op || left->op == COMMAOP) return simp_node(node, loop);
+        set_mask(right, mask, type);
+        bool changed = false;
+        node->left = left = prop_mask_into_subtree(left, mask, &changed);
+        if (changed) return simp_node(node, loop);
         const INT65 possible = find_known_zeros(left, type);
         mask = mask & possible;
         if (mask.is_zero()) {
