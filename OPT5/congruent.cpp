@@ -210,6 +210,11 @@ int opASG_of_op(int op) {
     return ILLOP;
 }
 
+// A bit-field is promoted by its width, which its type does not tell.
+bool is_bit_field(const NODE* place) {
+    return (place->op == STDOT || place->op == STREF) && place->right->mdata->bit_field;
+}
+
 // Whether `x op= y` computes what `op` in `type` does: the sign of the operation's type counts only for
 // these.
 bool sign_matters(int op) { return op == DIV || op == MOD || op == SRL; }
@@ -233,7 +238,9 @@ NODE* ASG_to_opASG(NODE* assignment) {
             return assignment;
         TYPE* computed = operator_type_for_operand_types(value->op, type, operand);
         if (computed->size() != value->type->size()) return assignment;
-        if (sign_matters(value->op) && computed->is_signed() != value->type->is_signed()) return assignment;
+        if (sign_matters(value->op) &&
+            (is_bit_field(target) || computed->is_signed() != value->type->is_signed()))
+            return assignment;
     } else {
         return assignment;
     }
@@ -247,6 +254,7 @@ NODE* ASG_to_opASG(NODE* assignment) {
 NODE* opASG_to_ASG(NODE* assignment) {
     const int op = op_of_opASG[assignment->op];
     if (op == ILLOP || tree_has_side_effects(assignment->left)) return assignment;
+    if (sign_matters(op) && is_bit_field(assignment->left)) return assignment;
     TYPE* type = assignment->left->type;
     NODE* operand = assignment->right;
     NODE* old = copy_tree(assignment->left, false);

@@ -118,8 +118,10 @@ NODE* PUSH::constant_for(NODE* tree, BITS value) {
         erase_tree(tree);
         return constant;
     }
+    // Without their values the effects may have a simpler form: an arm of a condition has become empty.
     NODE* effects = peel_for_effect(tree);
-    return effects == nullptr ? constant : simp_node(mk_COMMAOP(effects, constant), nullptr);
+    if (effects == nullptr) return constant;
+    return simp_node(mk_COMMAOP(simp_tree(effects, nullptr), constant), nullptr);
 }
 
 void PUSH::push_into(NODE*& operand, BITS demanded, const INT_SHAPE& shape) {
@@ -259,7 +261,8 @@ NODE* PUSH::push_SCONV(NODE* tree, BITS demanded, const INT_SHAPE& shape) {
 
 } // namespace
 
-NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask) {
+NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask, bool* changed) {
+    if (changed != nullptr) *changed = false;
     if (nested_calls >= MAX_NESTED_CALLS) return tree;
     const NESTING nesting;
     // A node that simp_node has rewritten may offer more: again until nothing changes.
@@ -267,6 +270,7 @@ NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask) {
         PUSH push;
         tree = push.push(tree, mask.bits());
         if (!push.changed()) break;
+        if (changed != nullptr) *changed = true;
     }
     return tree;
 }

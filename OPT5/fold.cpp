@@ -427,14 +427,13 @@ class PEELER {
         NODE* arms = node->right;
         const bool left = tree_has_side_effects(arms->left), right = tree_has_side_effects(arms->right);
         if (!left && !right) return drop_right(node);
-        if (left != right && node->type->is_scalar()) {
-            NODE*& idle = left ? arms->right : arms->left;
-            TYPE* type = idle->type;
-            idle = erase_tree(idle);
-            idle = mk_ICON(INT65::from_signed(0), tp->int_type(IK_INT));
-            idle = coerce_to_type(idle, type);
-        }
-        keep(node);
+        NODE*& idle = left ? arms->right : arms->left;
+        if (left == right || !node->type->is_scalar() || idle->op == ICON) return keep(node);
+        // What the idle arm gives does not matter: zero is what rules look for.
+        TYPE* type = idle->type;
+        erase_tree(idle);
+        idle = coerce_to_type(mk_ICON(INT65::from_signed(0), tp->int_type(IK_INT)), type);
+        pending_.push(simp_node(node, nullptr));
     }
 
     NODE_STACK pending_;

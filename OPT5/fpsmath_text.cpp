@@ -1,6 +1,6 @@
 // Simulated floating values from text and to text.
 //
-// Reading accumulates digits with f_mul and f_add while the number is still exact (28 decimal or 24
+// Reading accumulates digits with f_mul and f_add while the number is still exact (28 decimal or 20
 // hexadecimal digits), counts the rest, and applies the decimal exponent by powers from a table. The error
 // stays below 2 to the -72 of the value, which is not enough by itself where the text is within that of the
 // middle between two singles; there the text is compared with the middle in exact arithmetic.
@@ -134,7 +134,7 @@ void append_digit(DIGITS* digits, int digit, int base) {
 // Reads digits with a point; returns the end. What follows the digits that are kept becomes one more digit, 1
 // where any of it is not zero.
 const char* scan_digits(const char* text, int base, DIGITS* digits) {
-    int room = base == 16 ? 23 : 27;
+    int room = base == 16 ? 19 : 27; // what alignment and exact addition keep, less one
     bool point = false;
     bool more = false;
     for (;; text++) {

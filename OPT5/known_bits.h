@@ -27,8 +27,10 @@ INT65 find_known_zeros_in_ANDB(NODE* tree, LOOP* loop);
 
 // The tree rewritten under the promise that only the bits of `mask` of its value are looked at: bits of
 // constants and operations that reach none of them go. Consumes the tree; every rewritten node has been
-// through simp_node.
-NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask);
+// through simp_node. Bits outside the mask may differ afterwards: who looks at the tree through a wider mask
+// must have narrowed that one first. Doing it again changes nothing. `changed`, where not null, receives
+// whether anything was rewritten; the root can be the same node nevertheless. Bounded time.
+NODE* prop_mask_into_subtree(NODE* tree, const INT65& mask, bool* changed = nullptr);
 
 // Whether the tree's value is always 0 or 1.
 bool returns_1_or_0(const NODE* tree);

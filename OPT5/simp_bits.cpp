@@ -108,6 +108,7 @@ NODE* simp_ANDB(NODE* node, ::LOOP* loop) {
             mask = mask & (type_mask(type) >> static_cast<int>(left->right->u.lval.low));
         if (drop_inner_mask(node, mask, loop)) continue;
         // The bits that are asked for below, and those that may be there.
+        set_mask(right, mask, type);
         const int op = left->op;
         const NODE* before = left;
         node->left = left = prop_mask_into_subtree(left, mask);

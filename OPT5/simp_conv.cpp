@@ -112,7 +112,10 @@ NODE* simp_SCONV(NODE* node, ::LOOP* loop) {
         erase_node(node);
         return operand;
     }
-    if (same_representation(type, from) && (type->is_ptr() == from->is_ptr())) return take_left(node);
+    // The promoted type has to stay the same too: an assign-op computes in it.
+    if (same_representation(type, from) && type->is_ptr() == from->is_ptr() &&
+        (!type->is_integral() || promoted_type(type) == promoted_type(from)))
+        return take_left(node);
     if (operand->op == SCONV && inner_is_idle(type, from, operand->left)) {
         node->left = take_left(operand);
         return simp_node(node, loop);

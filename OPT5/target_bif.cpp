@@ -175,6 +175,11 @@ void give_result_type(NODE*& place, const BIF_DESCRIPTOR& descriptor) {
 } // namespace
 
 NODE* fix_BIF_types(NODE* tree) {
+    // Most trees hold no call: they cost no memory.
+    if (!any_node(tree, [](const NODE* node) {
+            return node->op == CALL || node->op == UCALL || is_intrinsic_call(node);
+        }))
+        return tree;
     std::vector<NODE**> arguments;
     std::vector<NODE**> pending{&tree};
     while (!pending.empty()) {

@@ -1,23 +1,121 @@
 // Comparing and merging types.
 //
 // Types of several translation units, or repeated declarations of one type, are made one by linking the
-// later type to the earlier. Two structures may contain each other, so a comparison assumes what it is about
-// to prove: pairs under comparison count as equal until a difference is found (the usual coinductive test for
-// recursive types).
+// later type to the earlier. Two types have one meaning when nothing that can be reached from them tells them
+// apart. Structures may contain each other, so this is found the other way round: all types that look alike
+// by themselves start in one block, and blocks are split until the parts of all types in a block lie in the
+// same blocks. All types are sorted at once, since to compare them in pairs takes the square of their number
+// where many have one name.
 
 #include "types.h"
 
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <unordered_map>
 
 namespace {
 
 // A name made up for a type without a tag. It makes no two types one: only their place in another type does.
 bool is_made_up(const char* name) { return std::strncmp(name, "$$fake", 6) == 0; }
 
-// Different types of one name that a search goes through.
-constexpr int MAX_VARIANTS = 16;
+// The elements 0 to n - 1 in blocks, which are split.
+class PARTITION {
+  public:
+    // `blocks` has the block of each element; blocks are numbered from 0 and none is empty.
+    explicit PARTITION(const std::vector<unsigned>& blocks)
+        : block_of_(blocks), elements_(blocks.size()), place_(blocks.size()) {
+        for (const unsigned block : blocks) {
+            if (block >= blocks_.size()) blocks_.resize(block + 1);
+            blocks_[block].size++;
+        }
+        for (std::size_t b = 1; b < blocks_.size(); b++)
+            blocks_[b].start = blocks_[b - 1].start + blocks_[b - 1].size;
+        for (unsigned element = 0; element < blocks.size(); element++) {
+            BLOCK& block = blocks_[blocks[element]];
+            put(element, block.start + block.marked++);
+        }
+        for (BLOCK& block : blocks_) block.marked = 0;
+    }
+
+    std::size_t size() const { return blocks_.size(); }
+    unsigned block_of(unsigned element) const { return block_of_[element]; }
+
+    template <class VISIT> void for_each(std::size_t block, VISIT visit) const {
+        for (unsigned i = 0; i < blocks_[block].size; i++) visit(elements_[blocks_[block].start + i]);
+    }
+
+    void mark(unsigned element) {
+        BLOCK& block = blocks_[block_of_[element]];
+        const unsigned border = block.start + block.marked;
+        if (place_[element] < border) return;
+        if (block.marked++ == 0) touched_.push_back(block_of_[element]);
+        const unsigned other = elements_[border];
+        put(other, place_[element]);
+        put(element, border);
+    }
+
+    // Splits each block that has marked elements and others. The smaller part becomes a block of its own
+    // behind all others. No element is marked any more.
+    void split() {
+        for (const unsigned number : touched_) {
+            BLOCK& block = blocks_[number];
+            const unsigned marked = block.marked, rest = block.size - marked;
+            block.marked = 0;
+            if (rest == 0) continue;
+            BLOCK smaller;
+            smaller.size = std::min(marked, rest);
+            smaller.start = marked <= rest ? block.start : block.start + marked;
+            if (marked <= rest) block.start += marked;
+            block.size -= smaller.size;
+            for (unsigned i = 0; i < smaller.size; i++)
+                block_of_[elements_[smaller.start + i]] = static_cast<unsigned>(blocks_.size());
+            blocks_.push_back(smaller);
+        }
+        touched_.clear();
+    }
+
+  private:
+    struct BLOCK {
+        unsigned start = 0, size = 0, marked = 0; // marked elements come first
+    };
+
+    void put(unsigned element, unsigned place) {
+        elements_[place] = element;
+        place_[element] = place;
+    }
+
+    std::vector<unsigned> block_of_;
+    std::vector<unsigned> elements_; // block by block
+    std::vector<unsigned> place_;    // of each element in `elements_`
+    std::vector<BLOCK> blocks_;
+    std::vector<unsigned> touched_; // blocks with marked elements
+};
+
+// One use of a type: it is part `index` of the type `user`.
+struct USE {
+    unsigned index, user;
+};
+
+// Splits blocks until the parts of the same index of all types in a block lie in one block. A block that is
+// split after it has been the splitter leaves only its smaller part to look at: whatever uses the block and
+// not that part uses the other. So a type takes part again only when its block was halved.
+void refine(PARTITION& partition, const std::vector<std::vector<USE>>& uses) {
+    std::vector<USE> splitter;
+    for (std::size_t block = 0; block < partition.size(); block++) {
+        splitter.clear();
+        partition.for_each(block, [&](unsigned type) {
+            splitter.insert(splitter.end(), uses[type].begin(), uses[type].end());
+        });
+        std::sort(splitter.begin(), splitter.end(), [](const USE& a, const USE& b) {
+            return a.index != b.index ? a.index < b.index : a.user < b.user;
+        });
+        for (std::size_t i = 0; i < splitter.size(); i++) {
+            partition.mark(splitter[i].user);
+            if (i + 1 == splitter.size() || splitter[i + 1].index != splitter[i].index) partition.split();
+        }
+    }
+}
 
 } // namespace
 
@@ -145,137 +243,178 @@ int TYPE_PKG::compare_type_names(const char* a, const char* b) const {
     return demangle_type_name(a).compare(demangle_type_name(b));
 }
 
-bool TYPE_PKG::csu_equal(TYPE* a, TYPE* b, int from, std::vector<PAIR>& pairs) const {
-    const CSU_BODY &x = *a->csu_, &y = *b->csu_;
-    if (x.members.size() != y.members.size() || x.bases.size() != y.bases.size() ||
-        x.static_members.size() != y.static_members.size() ||
-        x.member_functions.size() != y.member_functions.size() || x.is_lowered != y.is_lowered ||
-        x.is_struct_vector != y.is_struct_vector || x.is_cpp != y.is_cpp || x.count_word != y.count_word)
-        return false;
-    for (std::size_t i = 0; i < x.members.size(); i++) {
-        if (!mdata_equal(*x.members[i], *y.members[i])) return false;
-        pairs.push_back({x.members[i]->type, y.members[i]->type, from});
+// The type but for its parts, which are appended to `parts`. Two types have one meaning when their texts are
+// equal and their parts, one by one, have one meaning.
+std::string TYPE_PKG::body_text(const TYPE* type, std::vector<TYPE*>& parts) const {
+    if (!type->frozen_) return "open " + std::to_string(type->uid_);
+    std::string text;
+    const auto put = [&text](auto... values) { ((text += std::to_string(values) + ','), ...); };
+    const auto put_name = [&text](std::string_view name) { (text += name) += '\0'; };
+    const std::size_t first = parts.size();
+    put(static_cast<unsigned>(type->kind_), type->size_, type->align_, type->subkind_, type->explicit_sign_,
+        type->is_bool_, type->lowered_);
+    put_name(is_made_up(type->name_) ? "$$fake" : demangle_type_name(type->name_));
+    parts.insert(parts.end(), {type->target_, type->class_});
+    if (type->array_ != nullptr) {
+        put(type->array_->count, type->array_->is_complete, type->array_->is_vector);
+        parts.push_back(type->array_->elem_type);
     }
-    for (std::size_t i = 0; i < x.bases.size(); i++) {
-        if (x.bases[i].offset != y.bases[i].offset || x.bases[i].is_virtual != y.bases[i].is_virtual)
-            return false;
-        pairs.push_back({x.bases[i].type, y.bases[i].type, from});
-    }
-    for (std::size_t i = 0; i < x.static_members.size(); i++) {
-        if (x.static_members[i].name != y.static_members[i].name) return false;
-        pairs.push_back({x.static_members[i].type, y.static_members[i].type, from});
-    }
-    for (std::size_t i = 0; i < x.member_functions.size(); i++) {
-        if (x.member_functions[i].name != y.member_functions[i].name) return false;
-        pairs.push_back({x.member_functions[i].type, y.member_functions[i].type, from});
-    }
-    return true;
-}
-
-// Compares two types but for their parts, which become pairs of their own.
-bool TYPE_PKG::body_equal(TYPE* x, TYPE* y, int from, std::vector<PAIR>& pairs) const {
-    if (x->kind_ != y->kind_) return false;
-    const bool named = !is_made_up(x->name_) || !is_made_up(y->name_);
-    if (named && compare_type_names(x->name_, y->name_) != 0) return false;
-    if (x->csu_ != nullptr && x->csu_->is_complete != y->csu_->is_complete) return named;
-    if (x->size_ != y->size_ || x->align_ != y->align_ || x->subkind_ != y->subkind_ ||
-        x->explicit_sign_ != y->explicit_sign_ || x->is_bool_ != y->is_bool_ || x->lowered_ != y->lowered_)
-        return false;
-    pairs.push_back({x->target_, y->target_, from});
-    pairs.push_back({x->class_, y->class_, from});
-    if (x->array_ != nullptr) {
-        const ARRAY_BODY &m = *x->array_, &n = *y->array_;
-        if (m.count != n.count || m.is_complete != n.is_complete || m.is_vector != n.is_vector) return false;
-        pairs.push_back({m.elem_type, n.elem_type, from});
-    }
-    if (x->func_ != nullptr) {
-        const FUNC_BODY &m = *x->func_, &n = *y->func_;
-        if (m.vararg != n.vararg || m.proto != n.proto || m.cc_kind != n.cc_kind ||
-            m.params.size() != n.params.size())
-            return false;
-        pairs.push_back({m.return_type, n.return_type, from});
-        for (std::size_t i = 0; i < m.params.size(); i++) {
-            if (m.params[i].attributes != n.params[i].attributes) return false;
-            pairs.push_back({m.params[i].type, n.params[i].type, from});
+    if (type->func_ != nullptr) {
+        const FUNC_BODY& body = *type->func_;
+        put(body.vararg, body.proto, body.cc_kind);
+        parts.push_back(body.return_type);
+        for (const fkPARAM& param : body.params) {
+            put(param.attributes);
+            parts.push_back(param.type);
         }
     }
-    if (x->enum_ != nullptr) {
-        const ENUM_BODY &m = *x->enum_, &n = *y->enum_;
-        if (m.enumerators.size() != n.enumerators.size()) return false;
-        for (std::size_t i = 0; i < m.enumerators.size(); i++)
-            if (m.enumerators[i].name != n.enumerators[i].name ||
-                m.enumerators[i].value != n.enumerators[i].value)
-                return false;
-        pairs.push_back({m.underlying_type, n.underlying_type, from});
+    if (type->enum_ != nullptr) {
+        for (const fkENUMERATOR& item : type->enum_->enumerators) {
+            put_name(item.name);
+            put(item.value);
+        }
+        parts.push_back(type->enum_->underlying_type);
     }
-    return x->csu_ == nullptr || csu_equal(x, y, from, pairs);
+    if (type->csu_ != nullptr) {
+        const CSU_BODY& body = *type->csu_;
+        put(body.is_complete, body.is_lowered, body.is_struct_vector, body.is_cpp, body.count_word,
+            body.members.size(), body.bases.size(), body.static_members.size(), body.member_functions.size());
+        for (const fkMDATA* member : body.members) {
+            put_name(member->name);
+            put(member->offset, member->width, member->bit_field, member->attribute, member->field_attribute);
+            parts.push_back(member->type);
+        }
+        for (const fkBCLASS& base : body.bases) {
+            put(base.offset, base.is_virtual);
+            parts.push_back(base.type);
+        }
+        for (const fkSDATA& member : body.static_members) {
+            put_name(member.name);
+            parts.push_back(member.type);
+        }
+        for (const fkMFUNC& function : body.member_functions) {
+            put_name(function.name);
+            parts.push_back(function.type);
+        }
+    }
+    for (std::size_t i = first; i < parts.size(); i++) {
+        text += parts[i] != nullptr ? 'p' : '0';
+        if (parts[i] == nullptr) continue;
+        parts[i] = parts[i]->equiv_end();
+        if (parts[i]->uid_ == 0) put(type->uid_); // nothing is known yet of that part
+    }
+    return text;
 }
 
-// True when the types have one meaning; `pairs` then holds all pairs that have, as far as they are not the
-// same already. Where two types differ, so do all on the way to them, and none of these is compared again.
-bool TYPE_PKG::equal_pairs(TYPE* a, TYPE* b, std::vector<PAIR>& pairs) {
-    using KEY = std::pair<unsigned, unsigned>;
-    const auto key = [](const TYPE* x, const TYPE* y) -> KEY { return std::minmax(x->uid_, y->uid_); };
-    std::set<KEY> seen{key(a, b)};
-    pairs = {{a, b, -1}};
-    std::vector<PAIR> parts;
-    for (std::size_t i = 0; i < pairs.size(); i++) {
-        const auto [x, y, from] = pairs[i];
-        const auto index = static_cast<int>(i);
+// For every structure that is only declared, the first complete one of its tag: what it means. A structure
+// that another holds by value keeps its own meaning, since the other could be the complete one.
+std::vector<TYPE*> TYPE_PKG::definitions() const {
+    std::vector<bool> held(by_uid_.size(), false);
+    const auto hold = [&held](TYPE* type) {
+        for (type = type->true_type_; !held[type->equiv_end()->uid_];
+             type = type->array_->elem_type->true_type_) {
+            held[type->equiv_end()->uid_] = true;
+            if (type->kind_ != TYPE::ARRAY_KIND) break;
+        }
+    };
+    const auto tag = [this](const TYPE* type) {
+        return std::to_string(static_cast<unsigned>(type->kind_)) + ' ' + demangle_type_name(type->name_);
+    };
+    std::unordered_map<std::string, TYPE*> complete;
+    for (TYPE* type : by_uid_) {
+        if (type == nullptr || type->csu_ == nullptr) continue;
+        for (const fkMDATA* member : type->csu_->members) hold(member->type);
+        for (const fkBCLASS& base : type->csu_->bases) hold(base.type);
+        if (type->frozen_ && type->csu_->is_complete && !is_made_up(type->name_))
+            complete.emplace(tag(type), type->equiv_end());
+    }
+    std::vector<TYPE*> definition(by_uid_.size(), nullptr);
+    for (TYPE* type : by_uid_) {
+        if (type == nullptr || type->csu_ == nullptr || !type->frozen_ || held[type->uid_]) continue;
+        if (type->csu_->is_complete || !type->csu_->members.empty() || !type->csu_->bases.empty()) continue;
+        const auto found = complete.find(tag(type));
+        if (found != complete.end()) definition[type->uid_] = found->second;
+    }
+    return definition;
+}
+
+// Numbers the meanings of all registered types, unless no type has come since the last time.
+void TYPE_PKG::number_meanings() {
+    if (meanings_known_) return;
+    meanings_known_ = true;
+    const std::vector<TYPE*> definition = definitions();
+    const auto standing = [&definition](TYPE* type) {
+        type = type->equiv_end();
+        return definition[type->uid_] != nullptr ? definition[type->uid_] : type;
+    };
+    std::vector<TYPE*> types;
+    for (TYPE* type : by_uid_)
+        if (type != nullptr && standing(type) == type) {
+            type->meaning_ = static_cast<unsigned>(types.size());
+            types.push_back(type);
+        }
+
+    std::unordered_map<std::string, unsigned> blocks;
+    std::vector<unsigned> block_of;
+    std::vector<std::vector<USE>> uses(types.size());
+    std::vector<TYPE*> parts;
+    for (const TYPE* type : types) {
         parts.clear();
-        bool equal = !unequal_.contains(key(x, y)) && body_equal(x, y, index, parts);
-        for (const PAIR& part : parts) {
-            if (part.a == nullptr || part.b == nullptr) {
-                equal = equal && part.a == part.b;
-                continue;
-            }
-            TYPE* m = part.a->equiv_end();
-            TYPE* n = part.b->equiv_end();
-            if (m == n || !equal) continue;
-            if (m->uid_ == 0 || n->uid_ == 0)
-                equal = false;
-            else if (seen.insert(key(m, n)).second)
-                pairs.push_back({m, n, index});
-        }
-        if (equal) continue;
-        for (int at = index; at >= 0; at = pairs[static_cast<std::size_t>(at)].from)
-            unequal_.insert(
-                key(pairs[static_cast<std::size_t>(at)].a, pairs[static_cast<std::size_t>(at)].b));
-        return false;
+        const auto next = static_cast<unsigned>(blocks.size());
+        block_of.push_back(blocks.emplace(body_text(type, parts), next).first->second);
+        for (unsigned i = 0; i < parts.size(); i++)
+            if (parts[i] != nullptr && parts[i]->uid_ != 0)
+                uses[standing(parts[i])->meaning_].push_back({i, type->meaning_});
     }
-    return true;
+    PARTITION partition(block_of);
+    refine(partition, uses);
+
+    first_of_meaning_.assign(partition.size(), nullptr);
+    for (TYPE* type : types) {
+        type->meaning_ = partition.block_of(type->meaning_);
+        // What has been merged before is what later types are merged with.
+        TYPE*& first = first_of_meaning_[type->meaning_];
+        if (first == nullptr || (type->merged_ && !first->merged_)) first = type;
+    }
+    for (TYPE* type : by_uid_)
+        if (type != nullptr) type->meaning_ = standing(type)->meaning_;
 }
 
 bool TYPE_PKG::equiv_mtypes(TYPE* a, TYPE* b) {
     a = a->equiv_end();
     b = b->equiv_end();
-    std::vector<PAIR> pairs;
-    return a == b || equal_pairs(a, b, pairs);
+    if (a == b || a->uid_ == 0 || b->uid_ == 0) return a == b;
+    number_meanings();
+    return a->meaning_ == b->meaning_;
 }
 
+// Links two types of one meaning, and what stands in the same places of them: this is what makes types
+// without a tag one.
 void TYPE_PKG::link_types(TYPE* a, TYPE* b) {
-    const bool a_stands = a->csu_ != nullptr && a->csu_->is_complete != b->csu_->is_complete
-                              ? a->csu_->is_complete
-                              : a->uid_ < b->uid_;
-    if (a_stands)
+    std::vector<std::pair<TYPE*, TYPE*>> pending{{a, b}};
+    std::vector<TYPE*> parts_a, parts_b;
+    while (!pending.empty()) {
+        a = pending.back().first->equiv_end();
+        b = pending.back().second->equiv_end();
+        pending.pop_back();
+        if (a == b) continue;
+        const bool one_is_declared = a->csu_ != nullptr && a->csu_->is_complete != b->csu_->is_complete;
+        if (one_is_declared ? b->csu_->is_complete : b->uid_ < a->uid_) std::swap(a, b);
+        if (b->referenced_) continue;
         b->set_equiv(a);
-    else
-        a->set_equiv(b);
+        if (one_is_declared) continue;
+        parts_a.clear();
+        parts_b.clear();
+        body_text(a, parts_a);
+        body_text(b, parts_b);
+        for (std::size_t i = 0; i < parts_a.size(); i++)
+            if (parts_a[i] != nullptr) pending.emplace_back(parts_a[i], parts_b[i]);
+    }
 }
 
 bool TYPE_PKG::merge_types(TYPE* a, TYPE* b) {
-    a = a->equiv_end();
-    b = b->equiv_end();
-    if (a == b) return true;
-    std::vector<PAIR> pairs;
-    if (!equal_pairs(a, b, pairs)) return false;
-    // What proves them one proves the structures and enumerations in them one, which need no comparison of
-    // their own any more. Derived types are left to find_equivalent_type, which finds them by name and
-    // parent. A declared structure can be paired with two that differ: only the first of them gets it.
-    for (const PAIR& pair : pairs)
-        if (pair.from < 0 || (pair.a->kind_ >= TYPE::ENUM_KIND && pair.a->equiv_end() == pair.a &&
-                              pair.b->equiv_end() == pair.b))
-            link_types(pair.a, pair.b);
+    if (!equiv_mtypes(a, b)) return false;
+    link_types(a, b);
     return true;
 }
 
@@ -283,22 +422,20 @@ bool TYPE_PKG::merge_types(TYPE* a, TYPE* b) {
 void TYPE_PKG::merge_by_name(TYPE* type) {
     type->merged_ = true;
     if (type->equiv_end() != type || type->referenced_ || type->parent_ == nullptr) return;
-    if (type->kind_ >= TYPE::ENUM_KIND && (is_made_up(type->name_) || !type->has_name())) return;
-
-    // Earlier types of that name; the first that is equal is the representative. Those that differ from the
-    // first stand behind it under longer names, and a name has few of them or is not worth the search.
-    auto& names = type->parent_->equiv_end()->based_.by_name;
-    std::string key = type->map_name();
-    for (int variant = 0; variant < MAX_VARIANTS; variant++) {
-        const auto [entry, is_new] = names.emplace(key, type);
-        if (is_new || entry->second == type || merge_types(entry->second, type)) return;
-        key += "__merged";
+    if (type->kind_ >= TYPE::ENUM_KIND) {
+        if (!is_made_up(type->name_) && type->has_name()) link_types(first_of_meaning_[type->meaning_], type);
+        return;
     }
+    // A derived type of the same name whose parent has become the same.
+    auto& names = type->parent_->equiv_end()->based_.by_name;
+    TYPE* earlier = names.emplace(type->map_name(), type).first->second;
+    if (earlier->meaning_ == type->meaning_) link_types(earlier, type);
 }
 
 int TYPE_PKG::find_equivalent_type(TYPE* type) {
     if (type->uid_ == 0) return 0;
     if (type->merged_ || type->is_void()) return 1;
+    number_meanings();
     std::vector<TYPE*> stack{type}, parts;
     while (!stack.empty()) {
         TYPE* top = stack.back();

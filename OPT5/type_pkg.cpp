@@ -99,7 +99,7 @@ void TYPE_PKG::delete_type_tree(TYPE* type, bool self, bool keep_basic) {
     for (TYPE*& t : basic_)
         if (goes(t)) t = nullptr;
     if (goes(root_)) root_ = nullptr;
-    unequal_.clear(); // numbers of types that are gone may be given again
+    meanings_known_ = false;
     std::vector<TYPE*> kept;
     for (TYPE* t : all_) {
         if (goes(t)) continue;
@@ -187,6 +187,7 @@ TYPE* TYPE_PKG::register_type(TYPE* type, TYPE* parent) {
             return old;
         }
     }
+    meanings_known_ = false;
     type->parent_ = parent;
     parent->based_.list.push_back(type);
     assign_uid(type);
@@ -245,6 +246,7 @@ void TYPE_PKG::type_frozen(TYPE*& type) {
         default: tp_die("bad kind: type_frozen()");
     }
     if (type->frozen_ && type->uid_ != 0) return;
+    meanings_known_ = false;
     type->frozen_ = true;
     type->unit_ = unit_;
     if (type->uid_ != 0) return; // registered when it was begun

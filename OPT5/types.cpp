@@ -386,8 +386,10 @@ constexpr const char* int_words[IK_COUNT] = {
     "int",  "unsigned", "long",          "unsigned long", "long long", "unsigned long long"};
 constexpr const char* flt_words[FK_COUNT] = {"float", "double", "long double"};
 
-// A text shows so many levels of a declarator, and so many parts in all, before it ends in dots.
+// A text shows so many levels of a declarator, and so many parts in all, before it ends in dots. A list
+// takes several levels, since lists in lists are soon past reading.
 constexpr int MAX_TEXT_LEVELS = 24;
+constexpr int LEVELS_OF_LIST = 6;
 constexpr int MAX_TEXT_PARTS = 200;
 
 std::string qualifier_text(unsigned bits) {
@@ -397,9 +399,9 @@ std::string qualifier_text(unsigned bits) {
     return text;
 }
 
-std::string declaration_text(TYPE* type, int& parts);
+std::string declaration_text(TYPE* type, int level, int& parts);
 
-std::string parameter_text(const FUNC_BODY& body, int& parts) {
+std::string parameter_text(const FUNC_BODY& body, int level, int& parts) {
     std::string text;
     for (std::size_t i = 0; i < body.params.size(); i++) {
         if (parts <= 0 || i == 16) {
@@ -407,14 +409,14 @@ std::string parameter_text(const FUNC_BODY& body, int& parts) {
             break;
         }
         if (i != 0) text += ", ";
-        text += body.params[i].type == nullptr ? "?" : declaration_text(body.params[i].type, parts);
+        text += body.params[i].type == nullptr ? "?" : declaration_text(body.params[i].type, level, parts);
     }
     if (body.vararg) text += body.params.empty() ? "..." : ", ...";
     if (text.empty() && body.proto) text = "void";
     return "(" + text + ")";
 }
 
-std::string declaration_text(TYPE* type, int& parts) {
+std::string declaration_text(TYPE* type, int level, int& parts) {
     // The declarator grows outward from the middle: pointers to its left, arrays and lists to its right.
     std::string left, right;
     unsigned quals = 0; // seen on the way to the type that they qualify
@@ -436,7 +438,7 @@ std::string declaration_text(TYPE* type, int& parts) {
         const std::string declarator = left + right;
         return qualifier_text(quals) + (declarator.empty() ? base : base + " " + declarator);
     };
-    for (int level = 0; level < MAX_TEXT_LEVELS && parts > 0; level++) {
+    for (; level < MAX_TEXT_LEVELS && parts > 0; level++) {
         parts--;
         switch (type->kind()) {
             case TYPE::VOID_KIND: return finish("void");
@@ -444,9 +446,10 @@ std::string declaration_text(TYPE* type, int& parts) {
                 return finish(std::string(type->is_schar() ? "signed " : "") + int_words[type->ikind()]);
             case TYPE::FLTPT_KIND: return finish(flt_words[type->fkind()]);
             case TYPE::FXTPT_KIND:
-                return finish("fixed<" + declaration_text(type->underlying_type(), parts) + "," +
+                return finish("fixed<" + declaration_text(type->underlying_type(), level + 1, parts) + "," +
                               std::to_string(type->binary_point()) + ">");
-            case TYPE::COMPLEX_KIND: return finish("complex " + declaration_text(type->part_type(), parts));
+            case TYPE::COMPLEX_KIND:
+                return finish("complex " + declaration_text(type->part_type(), level + 1, parts));
             case TYPE::TYPEDEF_KIND: return finish(type->name());
             case TYPE::ENUM_KIND: return finish(std::string("enum ") + type->name());
             case TYPE::CLASS_KIND: return finish(std::string("class ") + type->name());
@@ -458,7 +461,7 @@ std::string declaration_text(TYPE* type, int& parts) {
                 type = type->type_pointed_to();
                 break;
             case TYPE::PTM_KIND:
-                prepend(declaration_text(type->ptm_class(), parts) + "::*");
+                prepend(declaration_text(type->ptm_class(), level + 1, parts) + "::*");
                 type = type->type_pointed_to();
                 break;
             case TYPE::QUAL_KIND:
@@ -474,7 +477,7 @@ std::string declaration_text(TYPE* type, int& parts) {
                 break;
             case TYPE::FUNC_KIND:
                 wrap();
-                right += parameter_text(type->func(), parts);
+                right += parameter_text(type->func(), level + LEVELS_OF_LIST, parts);
                 if (type->return_type() == nullptr) return finish("?");
                 type = type->return_type();
                 break;
@@ -487,7 +490,7 @@ std::string declaration_text(TYPE* type, int& parts) {
 
 std::string TYPE::printstr() const {
     int parts = MAX_TEXT_PARTS;
-    return declaration_text(const_cast<TYPE*>(this), parts);
+    return declaration_text(const_cast<TYPE*>(this), 0, parts);
 }
 
 void TYPE::print(std::FILE* stream) const { std::fputs(printstr().c_str(), stream); }

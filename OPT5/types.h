@@ -11,10 +11,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <map>
-#include <set>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "psn.h"
@@ -381,6 +379,7 @@ class TYPE {
     TYPE_PKG* pkg_ = nullptr;
     bool frozen_ = false;
     bool merged_ = false;
+    unsigned meaning_ = 0; // types of one number have one meaning, as long as the package knows the meanings
     // What a walk along names and qualifiers would find, kept so that a long chain of them is not walked.
     TYPE* true_type_ = nullptr;
     TYPE* stds_ = nullptr;
@@ -495,10 +494,11 @@ class TYPE_PKG {
     bool exact_types(const TYPE* a, const TYPE* b) const;
     bool compatible_types(const TYPE* a, const TYPE* b, bool ignore_qualifiers) const;
     // True when the two types, and all that they are built from, have one meaning. A structure that is only
-    // declared has the meaning of any complete one of its tag.
+    // declared means the first complete one of its tag. All types are sorted by meaning at once, which takes
+    // time in the number of types; the answers are kept until a type is registered or completed.
     bool equiv_mtypes(TYPE* a, TYPE* b);
-    // Links the types, and the equal structures that they are built from, when they have one meaning. The
-    // later type gives way to the earlier, a declared structure to a complete one.
+    // Links the types, and what stands in the same places of them, when they have one meaning. The later type
+    // gives way to the earlier, a declared structure to a complete one, and a referenced type to none.
     bool merge_types(TYPE* a, TYPE* b);
     // Merges the type, behind what it is built from, with an earlier one of its name and parent. 1 when it is
     // merged, void, or has been here before; 0 when it stands for itself or is not registered.
@@ -558,16 +558,10 @@ class TYPE_PKG {
     TYPE* derive(TYPE::KIND kind, TYPE* target, int subkind, const TYPE_LAYOUT& layout);
     TYPE* derive_array(const ARRAY_BODY& body, const TYPE_LAYOUT& layout);
     TYPE* parent_of(const TYPE* type) const;
-    // Two types under comparison, and the pair that led to them (an index, -1 at the start).
-    struct PAIR {
-        TYPE* a;
-        TYPE* b;
-        int from;
-    };
-    bool body_equal(TYPE* a, TYPE* b, int from, std::vector<PAIR>& pairs) const;
-    bool csu_equal(TYPE* a, TYPE* b, int from, std::vector<PAIR>& pairs) const;
-    bool equal_pairs(TYPE* a, TYPE* b, std::vector<PAIR>& pairs);
-    static void link_types(TYPE* a, TYPE* b);
+    std::string body_text(const TYPE* type, std::vector<TYPE*>& parts) const;
+    std::vector<TYPE*> definitions() const;
+    void number_meanings();
+    void link_types(TYPE* a, TYPE* b);
     void merge_by_name(TYPE* type);
     TYPE* register_type(TYPE* type, TYPE* parent);
     void assign_uid(TYPE* type);
@@ -576,8 +570,9 @@ class TYPE_PKG {
     TYPE* basic_[16] = {};
     std::map<std::string, TYPE*> by_name_;
     std::vector<TYPE*> by_uid_;
-    std::vector<TYPE*> all_;                          // owned: registered, unfinished and interned-away types
-    std::set<std::pair<unsigned, unsigned>> unequal_; // numbers of types that equiv_mtypes told apart
+    std::vector<TYPE*> all_;              // owned: registered, unfinished and interned-away types
+    std::vector<TYPE*> first_of_meaning_; // the type that stands for each meaning
+    bool meanings_known_ = false;         // no type has been registered or completed since they were numbered
     unsigned next_uid_ = 1;
     unsigned wanted_uid_ = 0;
     unsigned unit_ = 0;

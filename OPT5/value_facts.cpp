@@ -85,6 +85,10 @@ void join_factor(VALUE_FACTS& f) {
 // Lets bits, limits and factor sharpen each other. Contradictions, which only unreachable code has, give up
 // what is known.
 VALUE_FACTS settle(VALUE_FACTS f, const INT_SHAPE& shape) {
+    if (f.may == shape.mask() && f.must == 0 && f.factor == 1 && f.min == shape.least() &&
+        f.max == shape.greatest())
+        return f;
+    if (f.is_constant()) return exactly(f.min, shape);
     for (int round = 0; round < 2; round++) {
         if (f.factor == 0) f.min = std::max(f.min, WIDE{0}), f.max = std::min(f.max, WIDE{0});
         if (f.min > f.max) return full_facts(shape);

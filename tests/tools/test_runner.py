@@ -79,6 +79,8 @@ class RunnerTest(unittest.TestCase):
                 ("free((void *)40); return 0;", 3, "malloc did not give"),
                 ("*(char *)\"abc\" = 1; return 0;", 3, "store to constant"),
                 ("_nassert(argc == 7); return 0;", 3, "violated assertion"),
+                ("extern void _never_executed(void);\n _never_executed(); return 0;", 4, "never reached"),
+                ("extern int _ssub();\n return _ssub(1);", 4, "call of _ssub, which is not there"),
                 ("int (*f)(void) = (int (*)(void))12345;\n return f();", 4, "call of no function"),
                 ("return missing();", 3, "missing"),
                 ("return ((int (*)(int, int))two)(1);", 3, "too few arguments"),
@@ -173,6 +175,15 @@ class RunnerTest(unittest.TestCase):
             self.assertEqual(self.value(f"({name} tint {nan} {one})"), unordered, name)
         self.assertEqual(self.value(f"(FNEQ tint {one} {one})"), 0)
         self.assertEqual(self.value(f"(FORD tint {one} {one})"), 1)
+        for name in "FMIN", "DMIN", "LDMIN", "FMAX", "DMAX", "LDMAX":  # the second operand, as ?: has it
+            self.assertEqual(self.value(f'(FEQ tint (ICALL tfloat "{name}" (COMMA tfloat {nan} {one})) {one})'), 1, name)
+            self.assertEqual(self.value(f'(FUNO tint (ICALL tfloat "{name}" (COMMA tfloat {one} {nan})) {one})'), 1, name)
+
+    def test_intrinsics_convert_their_operands_and_result(self):
+        wide = "(COMMA tlong (ICON tlong 65539) (ICON tlong 5))"  # 3 and 5 as int
+        self.assertEqual(self.value(f'(ICALL tint "MIN" {wide})'), 3)
+        self.assertEqual(self.value(f'(SCONV tint (ICALL tlong "LMIN" {wide}))'), 5)
+        self.assertEqual(self.value(f'(EQ tint (ICALL tfloat "_mpy" {wide}) (FCON tfloat "0x1.ep+3"))'), 1)
 
     def test_widths_wrap(self):
         self.assertEqual(self.value("(SCONV tint (SRL tlong (SLL tlong (ICON tlong 1) (ICON tint 31)) (ICON tint 24)))"), 128)

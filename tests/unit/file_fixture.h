@@ -31,9 +31,10 @@ class faults_throw {
 using bytes = std::vector<unsigned char>;
 
 inline bytes contents(std::FILE* stream) {
-    bytes all;
+    std::fseek(stream, 0, SEEK_END);
+    bytes all(static_cast<std::size_t>(std::ftell(stream)));
     std::rewind(stream);
-    for (int c; (c = std::fgetc(stream)) != EOF;) all.push_back(static_cast<unsigned char>(c));
+    all.resize(std::fread(all.data(), 1, all.size(), stream));
     return all;
 }
 

@@ -35,22 +35,29 @@ void SMALL_TREES::SetUp() {
     types = {schar4, uchar4};
     for (int kind : {IK_INT, IK_UINT, IK_LONG, IK_ULONG, IK_LLONG, IK_ULLONG, IK_BOOL, IK_UCHAR})
         types.push_back(tp->int_type(static_cast<IKIND>(kind)));
-    const auto add = [this](const char* name, TYPE* type) {
+    places.clear();
+    const auto add = [this](const char* name, TYPE* type, bool is_target) {
         SYMTAB* made = local(name, type);
-        places.push_back({made, nullptr, type, static_cast<unsigned>(type->size()), type->is_signed()});
+        const auto width = static_cast<unsigned>(type->size());
+        places.push_back({made, nullptr, type, width, type->is_signed(), is_target, false});
         return made;
     };
-    places.clear();
-    s4 = add("s4", schar4);
-    t4 = add("t4", schar4);
-    u4 = add("u4", uchar4);
-    v4 = add("v4", uchar4);
+    s4 = add("s4", schar4, false);
+    t4 = add("t4", schar4, false);
+    u4 = add("u4", uchar4, false);
+    v4 = add("v4", uchar4, false);
     const char* const names[] = {"", "", "i", "u", "l", "ul", "ll", "ull", "b", "uc"};
-    for (std::size_t i = 2; i < types.size(); i++) add(names[i], types[i]);
+    for (std::size_t i = 2; i < types.size(); i++) add(names[i], types[i], false);
+    const char* const targets[] = {"zs4", "zu4", "zi", "zu", "zl", "zul", "zll", "zull", "zb", "zuc"};
+    for (std::size_t i = 0; i < types.size(); i++) add(targets[i], types[i], true);
     record = local("record", of_fields);
-    for (unsigned i = 1; of_fields->member(i) != nullptr; i++) {
-        fkMDATA* m = of_fields->member(i);
-        places.push_back({record, m, m->type, m->width, m->type->is_signed()});
+    SYMTAB* target_record = local("target", of_fields);
+    for (SYMTAB* owner : {record, target_record}) {
+        for (unsigned i = 1; of_fields->member(i) != nullptr; i++) {
+            fkMDATA* m = of_fields->member(i);
+            places.push_back(
+                {owner, m, m->type, m->width, m->type->is_signed(), owner == target_record, false});
+        }
     }
 }
 
@@ -98,31 +105,41 @@ SMALL_TREES::VALUES SMALL_TREES::random_values() {
     return values;
 }
 
-SMALL_TREES::PLACE* SMALL_TREES::random_place(TYPE* type) {
+NODE* SMALL_TREES::random_place(TYPE* type, bool is_target) {
     std::vector<PLACE*> fitting;
     for (PLACE& place : places)
-        if (place.type == type) fitting.push_back(&place);
-    return fitting[below(static_cast<unsigned>(fitting.size()))];
+        if (place.type == type && place.is_target == is_target && !place.is_used) fitting.push_back(&place);
+    if (fitting.empty()) return nullptr;
+    PLACE* chosen = fitting[below(static_cast<unsigned>(fitting.size()))];
+    chosen->is_used = is_target;
+    return place_node(*chosen);
 }
 
 NODE* SMALL_TREES::random_leaf(TYPE* type) {
-    return below(3) == 0 ? number(random_number(type), type) : place_node(*random_place(type));
+    return below(3) == 0 ? number(random_number(type), type) : random_place(type, false);
 }
 
 NODE* SMALL_TREES::random_tree(TYPE* type, int depth) {
+    for (PLACE& place : places) place.is_used = false;
+    return grow(type, depth);
+}
+
+NODE* SMALL_TREES::grow(TYPE* type, int depth) {
     if (depth == 0 || below(8) == 0) return random_leaf(type);
     const auto any_type = [this] { return types[below(static_cast<unsigned>(types.size()))]; };
-    const auto operand = [&] { return random_tree(type, depth - 1); };
-    const auto other = [&] { return random_tree(any_type(), depth - 1); };
+    const auto operand = [&] { return grow(type, depth - 1); };
+    const auto other = [&] { return grow(any_type(), depth - 1); };
     const unsigned width = static_cast<unsigned>(type->size());
     const auto count = [&]() -> NODE* {
         if (below(3) != 0) return icon(static_cast<int>(below(width)));
-        return tree(ANDB, int_type, random_tree(int_type, depth - 1), icon(static_cast<int>(width - 1)));
+        return tree(ANDB, int_type, grow(int_type, depth - 1), icon(static_cast<int>(width - 1)));
     };
     if (type->is_bool()) {
         switch (below(4)) {
             case 0: return tree(COMMAOP, type, other(), operand());
-            case 1: return tree(ASG, type, place_node(*random_place(type)), operand());
+            case 1:
+                if (NODE* target = random_place(type, true)) return tree(ASG, type, target, operand());
+                return random_leaf(type);
             default: return tree(SCONV, type, other());
         }
     }
@@ -151,21 +168,12 @@ NODE* SMALL_TREES::random_tree(TYPE* type, int depth) {
         case 14: {
             TYPE* condition = any_type();
             NODE* arms = tree(COLON, type, operand(), operand());
-            return tree(QUEST, type, random_tree(condition, depth - 1), arms);
+            return tree(QUEST, type, grow(condition, depth - 1), arms);
         }
         case 15: return tree(COMMAOP, type, other(), operand());
-        case 16: return tree(ASG, type, place_node(*random_place(type)), operand());
-        case 17: {
-            const int ops[] = {PLUSASG, MINUSASG, MULTASG, ANDBASG, ORBASG, XORBASG, DIVASG, MODASG};
-            return tree(ops[below(8)], type, place_node(*random_place(type)), other());
-        }
-        case 18: {
-            NODE* by = icon(static_cast<int>(below(width)));
-            if (below(2) != 0)
-                return tree(below(2) != 0 ? SLLASG : SRLASG, type, place_node(*random_place(type)), by);
-            return tree(below(2) != 0 ? PLUSPLUS : MINMIN, type, place_node(*random_place(type)),
-                        number(1, type));
-        }
+        case 16:
+        case 17:
+        case 18: return random_assignment(type, depth);
         case 19: {
             const char* const names[] = {"MIN", "LMAX", "_LLMINU", "MAXU", "_lssub", "SADD", "abs"};
             const unsigned which = below(7);
@@ -175,7 +183,7 @@ NODE* SMALL_TREES::random_tree(TYPE* type, int depth) {
         case 20:
             if (type == int_type) {
                 TYPE* compared = any_type();
-                const auto side = [&] { return random_tree(compared, depth - 1); };
+                const auto side = [&] { return grow(compared, depth - 1); };
                 if (below(4) == 0) return tree(below(2) != 0 ? ANDAND : OROR, type, side(), side());
                 if (below(4) == 0) return tree(EXCLAIM, type, side());
                 const int relation = compared->is_signed() ? LE : ULE;
@@ -183,6 +191,23 @@ NODE* SMALL_TREES::random_tree(TYPE* type, int depth) {
             }
             return tree(SCONV, type, other());
         default: return tree(SCONV, type, other());
+    }
+}
+
+NODE* SMALL_TREES::random_assignment(TYPE* type, int depth) {
+    NODE* target = random_place(type, true);
+    if (target == nullptr) return random_leaf(type);
+    const int ops[] = {PLUSASG, MINUSASG, MULTASG, ANDBASG, ORBASG, XORBASG, DIVASG, MODASG};
+    const int op = ops[below(8)];
+    switch (below(4)) {
+        case 0: return tree(ASG, type, target, grow(type, depth - 1));
+        case 1:
+            return tree(op, type, target, grow(types[below(static_cast<unsigned>(types.size()))], depth - 1));
+        case 2: {
+            NODE* by = icon(static_cast<int>(below(static_cast<unsigned>(type->size()))));
+            return tree(below(2) != 0 ? SLLASG : SRLASG, type, target, by);
+        }
+        default: return tree(below(2) != 0 ? PLUSPLUS : MINMIN, type, target, number(1, type));
     }
 }
 

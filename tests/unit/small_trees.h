@@ -23,6 +23,8 @@ class SMALL_TREES : public IR_TEST {
         TYPE* type;
         unsigned width;
         bool is_signed;
+        bool is_target; // assigned to, and only that
+        bool is_used;   // by an assignment of the tree in work
     };
     using VALUES = std::vector<NUMBER>; // of the places
 
@@ -39,7 +41,8 @@ class SMALL_TREES : public IR_TEST {
     }
     NODE* intrinsic(const char* name, TYPE* type, NODE* a, NODE* b);
 
-    // A tree of at most `depth` nested operators with a value of the type.
+    // A tree of at most `depth` nested operators with a value of the type. It assigns to a place at most
+    // once, and does not read it elsewhere: its value does not depend on the order of evaluation.
     NODE* random_tree(TYPE* type, int depth);
     NODE* random_leaf(TYPE* type);
     NUMBER random_number(TYPE* type);
@@ -63,7 +66,9 @@ class SMALL_TREES : public IR_TEST {
     PLACE& place_of(const NODE* lvalue);
     std::optional<NUMBER> store(NODE* tree, VALUES& values);
     std::optional<NUMBER> call(NODE* tree, VALUES& values);
-    PLACE* random_place(TYPE* type);
+    NODE* grow(TYPE* type, int depth);
+    NODE* random_assignment(TYPE* type, int depth);
+    NODE* random_place(TYPE* type, bool is_target); // null: all are used
 };
 
 #endif

@@ -68,12 +68,12 @@ TEST_F(BIF_TEST, ReadingTurnsCallsIntoIntrinsicsWithTheirTypes) {
     stmt(asg(x, call_of(ssub, {name(w), tree(ACONV, int_type, name(u))})));
     stmt(asg(x, tree(PLUS, int_type, call_of(ssub, {call_of(mpy, {name(f), icon(3, long_type)}), name(x)}),
                      name(y))));
-    stmt(tree(SCONV, long_type, asg(x, tree(SCONV, int_type, call_of(mpy, {inc(x), icon(2)})))));
+    stmt(asg(x, tree(SCONV, int_type, call_of(mpy, {inc(y), icon(2)}))));
     stmt(call_of(never, {}));
     end();
     EXPECT_EQ(graph(), "1: x = _ssub((int)w, (int)u); "
                        "x = _ssub((int)_mpy((int)f, 3), x) + y; "
-                       "(long)(x = (int)_mpy(x = x + 1, 2)); "
+                       "x = (int)_mpy(y = y + 1, 2); "
                        "_never_executed(); goto BB2 -> 2\n2: return ->\n");
     const LIST* cell = currfuninfo->bb_list->statements;
     const NODE* first = cell->first->right;

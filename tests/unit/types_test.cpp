@@ -307,6 +307,55 @@ TEST_F(Types, ADeclaredTagMergesWithItsDefinition) {
     EXPECT_TRUE(tp.compatible_types(pointer, tp.mk_ptr(defined), false));
 }
 
+// Two structures that hold one that is only declared: were it made one with the second, that would hold
+// itself.
+TEST_F(Types, AStructureIsNotMergedIntoItself) {
+    TYPE* declared = done(tp.mk_struct("S", {0, 16}), false);
+    TYPE* outer = structure("S", tp.mk_array(declared, 2));
+    TYPE* other = structure("S", i());
+    merge_all();
+    EXPECT_EQ(declared->equiv_end(), declared);
+    EXPECT_EQ(outer->equiv_end(), outer);
+    EXPECT_EQ(other->equiv_end(), other);
+}
+
+// Types without a tag are one where they stand in the same place of types that are one, and only there.
+TEST_F(Types, UnnamedTypesFollowTheirPlace) {
+    TYPE* unnamed[4];
+    TYPE* pointers[4];
+    for (int n = 0; n < 4; n++) {
+        unnamed[n] = structure("", i());
+        pointers[n] = tp.mk_ptr(unnamed[n]);
+    }
+    TYPE* first = structure("S", pointers[0]);
+    TYPE* second = structure("S", pointers[1]);
+    structure("R", pointers[2]);
+    merge_all();
+    EXPECT_EQ(second->equiv_end(), first);
+    EXPECT_EQ(unnamed[1]->equiv_end(), unnamed[0]);
+    EXPECT_EQ(pointers[1]->equiv_end(), pointers[0]);
+    for (const int n : {2, 3}) {
+        EXPECT_EQ(unnamed[n]->equiv_end(), unnamed[n]);
+        EXPECT_EQ(pointers[n]->equiv_end(), pointers[n]);
+    }
+}
+
+// A type that the writer counts on is not linked away; types that come later merge with what stands.
+TEST_F(Types, MergingGoesOnWithLaterTypes) {
+    TYPE* first = structure("S", tp.mk_ptr(i()));
+    TYPE* kept = structure("S", tp.mk_ptr(i()));
+    kept->set_referenced();
+    merge_all();
+    EXPECT_EQ(kept->equiv_end(), kept);
+    TYPE* open = tp.mk_struct("S", {16, 16});
+    EXPECT_FALSE(tp.equiv_mtypes(open, first));
+    add(open, tp.mk_ptr(i()));
+    done(open);
+    EXPECT_TRUE(tp.equiv_mtypes(open, first));
+    merge_all();
+    EXPECT_EQ(open->equiv_end(), first);
+}
+
 TEST_F(Types, MergingOfLongListsOfStructuresTakesLinearTime) {
     // Two units with a list of structures, each of which points at the next; the last ones are equal in one
     // pair of units and differ in the other.

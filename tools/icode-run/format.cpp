@@ -69,8 +69,8 @@ std::string integer_text(std::uint64_t value, bool is_signed, char conversion, c
                                                                                         : 10;
     const bool zero_value = value == 0;
     std::string digits;
-    for (; value != 0; value /= base)
-        digits.push_back((conversion == 'X' ? "0123456789ABCDEF" : "0123456789abcdef")[value % base]);
+    const char* const letters = conversion == 'X' ? "0123456789ABCDEF" : "0123456789abcdef";
+    for (; value != 0; value /= base) digits.push_back(letters[value % base]);
     std::reverse(digits.begin(), digits.end());
     const std::size_t least = d.precision < 0 ? 1 : static_cast<std::size_t>(d.precision);
     if (digits.size() < least) digits.insert(0, least - digits.size(), '0');
