@@ -289,7 +289,7 @@ std::string PROVER::check(const SUBJECT& subject, NODE* tree, std::uint64_t seed
     NODE* prepared = subject.prepare(copy_tree(tree, false), 0);
     std::string wrong;
     // What is wrong with the preparation is for its own subject to say.
-    if (prepared->type->size() == tree->type->size() && check_shape(prepared, "").empty()) {
+    if (check_shape(prepared, "").empty()) {
         wrong = check_prepared(subject, prepared, seed, trial, counts);
         if (!wrong.empty()) wrong += line("made of", typed_text(tree));
     }

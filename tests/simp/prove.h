@@ -4,6 +4,7 @@
 #define TESTS_SIMP_PROVE_H
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,9 @@ struct SUBJECT {
     // is.
     NODE* (*prepare)(NODE* tree, std::uint64_t parameter) = nullptr;
 };
+
+// How a test framework shows it: by name, since addresses differ from run to run.
+inline void PrintTo(const SUBJECT& subject, std::ostream* stream) { *stream << subject.name; }
 
 struct COUNTS {
     std::uint64_t trees = 0, changed = 0; // checked; of these, those that the subject rewrote

@@ -678,6 +678,11 @@ struct PROGRAM::RUNNING {
     OUTCOME& outcome;
     bool strict;
 
+    // Which NaN an operation gives is nobody's promise: where it can be seen, all of them are one.
+    static std::uint64_t one_nan(std::uint64_t image) {
+        return std::isnan(single_of(image)) ? 0x7fc00000u : image;
+    }
+
     // Faults are noted, and the run ends at the next instruction.
     void fault(const char* why) { outcome.fault = why; }
 
@@ -709,6 +714,7 @@ struct PROGRAM::RUNNING {
             fault("access outside any object");
             return 0;
         }
+        if (place.rep.is_float()) value = one_nan(value);
         if (place.is_volatile)
             outcome.events.push_back({EVENT::WRITE, static_cast<std::uint8_t>(width),
                                       static_cast<std::uint32_t>(address), extend(value, width, false)});
@@ -819,7 +825,8 @@ struct PROGRAM::RUNNING {
         std::uint64_t hash = callee.address;
         outcome.events.push_back({EVENT::CALL, 0, callee.address, 0});
         for (std::size_t i = 0; i < callee.arguments.size(); i++) {
-            const std::uint64_t value = extend(arguments[i], callee.arguments[i].bits, false);
+            std::uint64_t value = extend(arguments[i], callee.arguments[i].bits, false);
+            if (callee.arguments[i].is_float()) value = one_nan(value);
             outcome.events.push_back({EVENT::ARGUMENT, callee.arguments[i].bits, 0, value});
             hash = mixed(hash, value);
         }
