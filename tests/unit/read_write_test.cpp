@@ -133,7 +133,7 @@ TEST_F(FILE_TEST, ConditionIsInvertedWhenItsFalseArmIsNext) {
     rebuildcfg();
     renumber_bblocks();
     ASSERT_TRUE(verify_function("threading"));
-    EXPECT_EQ(written_statements(), "CBRANCH(GE(x 5) L1)\n"
+    EXPECT_EQ(written_statements(), "CBRANCH(GT(x 4) L1)\n"
                                     "ASG(x PLUS(x 1))\n"
                                     "CBRANCH(FGEN(f f) L1)\n"
                                     "ASG(x PLUS(x 1))\n"
