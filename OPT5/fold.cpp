@@ -373,7 +373,12 @@ class PEELER {
             case PLUSPLUS:
             case MINMIN:
                 node->op = node->op == PLUSPLUS ? PLUSASG : MINUSASG;
-                keep(simp_node(node, nullptr));
+                node = simp_node(node, nullptr);
+                if (opcode_is_ASG(node->op)) {
+                    keep(node);
+                } else {
+                    pending_.push(node); // a step by nothing
+                }
                 return;
             case ASG:
                 if (!tree_is_arg_prolog(node) && trees_are_congruent(node->left, node->right)) {
