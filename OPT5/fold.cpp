@@ -354,7 +354,10 @@ class PEELER {
     }
 
   private:
-    void keep(NODE* effect) { effects_ = effects_ == nullptr ? effect : mk_COMMAOP(effects_, effect); }
+    void keep(NODE* effect) {
+        effects_ =
+            effects_ == nullptr ? effect : maketree(COMMAOP, effects_, effect, tp->void_type(), nullptr);
+    }
 
     // Operands stay to be peeled, left first.
     void drop(NODE* node) {
