@@ -1,10 +1,10 @@
 // How fast the tree simplifier is, for bench/measure.
 //
-//   simp_speed corpus FILE...    the statements of these files as they are read, simplified over and over
-//   simp_speed shapes            single trees of one shape and of growing size
+//   simp_speed corpus FILE...       the statements of these files as they are read, simplified over and over
+//   simp_speed shape NAME NODES     a single tree of that shape and size
 //
-// Trees are copied and erased outside the measured time, which is the processor's. Prints one line for the
-// corpus, "NODES SECONDS" for one round over it, and one line "NODES SECONDS SHAPE" for each tree.
+// Trees are made and erased outside the measured time, which is the processor's. Prints "NODES SECONDS": of
+// the corpus for one round over it.
 
 #include <algorithm>
 #include <cstdio>
@@ -46,6 +46,13 @@ long count_nodes(NODE* tree) {
     return nodes;
 }
 
+// No symbols, no functions, no trees.
+void start_records() {
+    init_symbols();
+    init_proc_integration();
+    init_fileopts();
+}
+
 // What the driver sets up ahead of a file.
 void start() {
     tp = new TYPE_PKG;
@@ -54,9 +61,7 @@ void start() {
     all_option_sets = {file_options};
     reset_global_flags();
     init_opcode_tables();
-    init_symbols();
-    init_proc_integration();
-    init_fileopts();
+    start_records();
     init_BIF_descriptors();
 }
 
@@ -197,27 +202,33 @@ constexpr SHAPE SHAPES[] = {
      }},
 };
 
-// The quickest of the simplifications for which there is time.
-RATE measure_shape(const SHAPE& shape, long size, SYMTAB* const* variables) {
+// A tree of at least that size. The first of a process lies in memory that has held no other, node by node;
+// later ones are scattered, and large ones then tell of the memory.
+NODE* fresh_tree(const SHAPE& shape, long size) {
+    start_records();
+    SYMTAB* const variables[] = {variable("x"), variable("y"), variable("z")};
     NODE* tree = mk_NAME(variables[0]);
-    long nodes = 1;
-    const long per_step = [&] {
-        NODE* one = shape.grow(mk_NAME(variables[0]), 0, variables);
-        const long grown = count_nodes(one) - 1;
-        erase_tree(one);
-        return grown;
-    }();
-    for (int step = 0; nodes < size; step++, nodes += per_step) tree = shape.grow(tree, step, variables);
-    double best = 1e9;
-    for (const double begin = now(); best == 1e9 || now() - begin < SHAPE_SECONDS;) {
-        NODE* copy = copy_tree(tree, false);
-        const double before = now();
-        copy = simp_tree(copy, nullptr);
-        best = std::min(best, now() - before);
-        erase_tree(copy);
+    long nodes = 1, last = 0;
+    for (int step = 0; nodes < size; step++) {
+        tree = shape.grow(tree, step, variables);
+        if (step == 0) last = count_nodes(tree) - 1;
+        nodes += last;
     }
-    erase_tree(tree);
-    return {nodes, best};
+    return tree;
+}
+
+// The quickest of the simplifications for which there is time.
+RATE measure_shape(const SHAPE& shape, long size) {
+    RATE rate{0, 1e9};
+    for (const double begin = now(); rate.nodes == 0 || now() - begin < SHAPE_SECONDS;) {
+        NODE* tree = fresh_tree(shape, size);
+        rate.nodes = count_nodes(tree);
+        const double before = now();
+        tree = simp_tree(tree, nullptr);
+        rate.seconds = std::min(rate.seconds, now() - before);
+        erase_tree(tree);
+    }
+    return rate;
 }
 
 } // namespace
@@ -233,16 +244,18 @@ int main(int argc, char** argv) {
         std::printf("%ld %.9f\n", all.nodes, all.seconds);
         return 0;
     }
-    if (argc == 2 && std::strcmp(argv[1], "shapes") == 0) {
-        start();
-        SYMTAB* const variables[] = {variable("x"), variable("y"), variable("z")};
-        for (const SHAPE& shape : SHAPES)
-            for (const long size : {1000L, 3000L, 10000L, 30000L, 100000L}) {
-                const RATE rate = measure_shape(shape, size, variables);
-                std::printf("%ld %.9f %s\n", rate.nodes, rate.seconds, shape.name);
-            }
-        return 0;
+    if (argc == 4 && std::strcmp(argv[1], "shape") == 0) {
+        const long size = std::atol(argv[3]);
+        for (const SHAPE& shape : SHAPES) {
+            if (std::strcmp(shape.name, argv[2]) != 0 || size <= 0) continue;
+            start();
+            const RATE rate = measure_shape(shape, size);
+            std::printf("%ld %.9f\n", rate.nodes, rate.seconds);
+            return 0;
+        }
     }
-    std::fprintf(stderr, "Usage: simp_speed corpus FILE... | simp_speed shapes\n");
+    std::fprintf(stderr, "Usage: simp_speed corpus FILE... | simp_speed shape NAME NODES\nThe shapes are");
+    for (const SHAPE& shape : SHAPES) std::fprintf(stderr, " '%s'", shape.name);
+    std::fputs(".\n", stderr);
     return 2;
 }
