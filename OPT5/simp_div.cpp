@@ -56,7 +56,9 @@ NODE* merge_divisors(NODE* node, ::LOOP* loop) {
     NODE* right = node->right;
     if (left->op != DIV || left->right->op != ICON || !same_integer_type(left, node)) return nullptr;
     const INT65 k1 = left->right->u.lval, k2 = right->u.lval;
-    if (k1.is_zero() || k2.is_zero() || type_width(node->type) > 32) return nullptr;
+    // x / -1 can wrap.
+    if (k1.is_zero() || k2.is_zero() || k1 == INT65::from_signed(-1) || type_width(node->type) > 32)
+        return nullptr;
     const INT65 k = k1 * k2;
     if (!value_fits_in_type(k, node->type)) {
         // No value reaches so far; the least one divided by its own negation would.
