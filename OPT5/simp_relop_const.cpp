@@ -4,8 +4,6 @@
 
 #include <bit>
 
-#include "congruent.h"
-#include "copy.h"
 #include "erase.h"
 #include "files.h"
 #include "known_bits.h"
