@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 #include <string_view>
@@ -556,4 +557,32 @@ void f_dbg(const simul_fval* value, std::FILE* stream) {
                  unsigned{value->mant[0]}, unsigned{value->mant[1]}, unsigned{value->mant[2]},
                  unsigned{value->mant[3]}, unsigned{value->mant[4]}, unsigned{value->mant[5]},
                  static_cast<int>(value->exp));
+}
+
+std::string normalize_fcon(const char* text, int digits) {
+    std::string result(1, *text == '-' ? '-' : '+');
+    if (*text == '-' || *text == '+') text++;
+    // The exponent of the first digit that counts, by its distance from the point.
+    long exponent = 0;
+    std::string mantissa;
+    bool behind_point = false;
+    for (; (*text >= '0' && *text <= '9') || (*text == '.' && !behind_point); text++) {
+        if (*text == '.') {
+            behind_point = true;
+            continue;
+        }
+        const bool leads = mantissa.empty();
+        if (!leads || *text != '0') mantissa += *text;
+        if (behind_point && leads) exponent--;
+        if (!behind_point && !leads) exponent++;
+    }
+    if (mantissa.empty()) return "+0";
+    long given = 0;
+    if (*text == 'e' || *text == 'E') std::sscanf(text + 1, "%8ld", &given);
+    if (digits > 0 && mantissa.size() > static_cast<std::size_t>(digits)) mantissa.resize(digits);
+    while (mantissa.size() > 1 && mantissa.back() == '0') mantissa.pop_back();
+    result += mantissa[0];
+    result += '.';
+    result.append(mantissa, 1);
+    return result + "e" + std::to_string(exponent + given);
 }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "casts.h"
 #include "fileopt.h"
 #include "files.h"
 #include "if_file.h"
@@ -95,7 +96,7 @@ void write_initialiser(SYMTAB* symbol) {
     o_file->if_write_init(symbol);
     EXPR_LIST* cell = symbol->init;
     do {
-        wrtree(cell->tree);
+        wrtree(insert_mandatory_casts_in_tree(cell->tree));
         cell = cell->next;
     } while (cell != symbol->init);
 }

@@ -9,6 +9,7 @@
 #include "OPT5/option_obj.h"
 #include "OPT5/read.h"
 #include "OPT5/symbol.h"
+#include "OPT5/target_bif.h"
 #include "OPT5/types.h"
 
 namespace prove {
@@ -25,6 +26,7 @@ void start_optimizer() {
     reset_global_flags();
     strict_fp = 1; // floating results must be the same to the last bit
     init_opcode_tables();
+    init_BIF_descriptors();
     init_symbols();
     init_proc_integration();
     init_fileopts();

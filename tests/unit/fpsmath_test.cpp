@@ -767,4 +767,28 @@ TEST(FPSMATH, TranscendentalFunctionsKnowTheirDomain) {
     fp_error = 0;
 }
 
+TEST(Text, CanonicalFormOfAConstantKeepsItsValue) {
+    const struct {
+        const char *text, *canonical;
+        int digits;
+    } cases[] = {{"1", "+1.e0", 0},
+                 {"-0012.500", "-1.25e1", 0},
+                 {".00123e5", "+1.23e2", 0},
+                 {"0.0", "+0", 0},
+                 {"-000", "+0", 0},
+                 {"+100", "+1.e2", 0},
+                 {"9.87654e-3", "+9.87e-3", 3},
+                 {"1000000e-6", "+1.e0", 0},
+                 {"3.", "+3.e0", 0}};
+    for (const auto& c : cases) EXPECT_EQ(normalize_fcon(c.text, c.digits), c.canonical) << c.text;
+    std::mt19937 random(7);
+    for (int i = 0; i < 2000; i++) {
+        const std::string text = std::to_string(random() % 100000) + "." +
+                                 std::to_string(random() % 1000000) + "e" +
+                                 std::to_string(static_cast<int>(random() % 60) - 30);
+        const simul_fval before = of(text.c_str()), after = of(normalize_fcon(text.c_str(), 0).c_str());
+        EXPECT_EQ(single(before), single(after)) << text;
+    }
+}
+
 } // namespace
