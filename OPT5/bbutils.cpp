@@ -30,6 +30,8 @@ bool tree_contains_op(NODE* tree, int op) {
     return any_node(tree, [op](NODE* node) { return node->op == op; });
 }
 
+bool tree_has_DDNODE_subtrees(NODE* tree) { return tree_contains_op(tree, DDNODE); }
+
 bool node_is_volatile_access(const NODE* node) {
     switch (node->op) {
         case NAME: {

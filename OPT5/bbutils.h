@@ -101,6 +101,7 @@ template <class REWRITE> NODE* rewrite_tree(NODE* tree, REWRITE rewrite) {
 
 int count_nodes_in_tree(NODE* tree);
 bool tree_contains_op(NODE* tree, int op);
+bool tree_has_DDNODE_subtrees(NODE* tree);
 
 // Whether evaluating the tree can do more than yield its value: assign, call, transfer control, or access
 // volatile storage. Faults that the program promises not to have don't count.
