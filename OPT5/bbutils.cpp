@@ -8,6 +8,7 @@
 #include "bblk.h"
 #include "debug.h"
 #include "fpsmath.h"
+#include "if_file.h"
 #include "opcodes.h"
 #include "opt_expr.h"
 #include "symbol.h"
@@ -79,6 +80,10 @@ bool tree_is_arg_prolog(NODE* tree) {
         tree = tree->left;
     }
     return tree != nullptr && receives_parameter(tree);
+}
+
+bool is_comment(const NODE* statement) {
+    return statement->op == ASM && statement->u.lval == INT65::from_signed(REC_COMMENT);
 }
 
 SYMTAB* get_callee_for_call(NODE* call) {

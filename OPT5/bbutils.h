@@ -114,6 +114,9 @@ bool node_is_volatile_access(const NODE* node);
 // itself, or one such assignment. It is never an assignment to be optimised.
 bool tree_is_arg_prolog(NODE* tree);
 
+// Whether the statement is a comment: an ASM that is no assembly text.
+bool is_comment(const NODE* statement);
+
 // The function that a CALL or UCALL names directly, null for an indirect call.
 SYMTAB* get_callee_for_call(NODE* call);
 

@@ -1,8 +1,8 @@
 // Blocks that do the same, and tests that are settled.
 //
-// Cross-jumping gives every block a class by what it does and where it goes on. Blocks are visited last first,
-// so that the classes of the targets are known; one hash of the statements finds the few blocks worth a
-// comparison. Of each class the first block stays, the others jump to it.
+// Cross-jumping gives every block a class by what it does and where it goes on. Blocks are visited last
+// first, so that the classes of the targets are known; one hash of the statements finds the few blocks worth
+// a comparison. Of each class the first block stays, the others jump to it.
 //
 // A test is settled if a test above it in the dominator tree has decided it, and nothing between the two
 // changes what it reads. What a block may change is summed up once, so that a question costs a few blocks
@@ -81,7 +81,9 @@ bool CROSS_JUMPER::takes_part(const BBLK* bb, const NODE* transfer) const {
     return true;
 }
 
-void mix(std::uint64_t& hash, std::uint64_t value) { hash = (hash ^ value) * 0x9e3779b97f4a7c15u + 0x7f4a7c15u; }
+void mix(std::uint64_t& hash, std::uint64_t value) {
+    hash = (hash ^ value) * 0x9e3779b97f4a7c15u + 0x7f4a7c15u;
+}
 
 std::uint64_t CROSS_JUMPER::hash_of(const BBLK* bb) {
     std::uint64_t hash = 0;
@@ -229,7 +231,7 @@ void EFFECTS::note(NODE* node, CHANGES& changes) const {
         case CALL:
         case UCALL:
         case MEMCPY: changes.memory = true; break;
-        case ASM: changes.all = true; break;
+        case ASM: changes.all = changes.all || !is_comment(node); break;
         case MCALL:
         case UMCALL: // what its ARGREFs name is exposed
             changes.memory = true;
@@ -288,9 +290,9 @@ class REDUNDANT_IFS {
 
   private:
     static constexpr int MAX_TEST_NODES = 64;
-    static constexpr int MAX_LEVELS = 16;     // of the dominator tree, above one test
-    static constexpr int MAX_BLOCKS = 64;     // between a test and the one that settles it
-    static constexpr int MAX_CHANGES = 1024;  // symbols that these blocks change
+    static constexpr int MAX_LEVELS = 16;    // of the dominator tree, above one test
+    static constexpr int MAX_BLOCKS = 64;    // between a test and the one that settles it
+    static constexpr int MAX_CHANGES = 1024; // symbols that these blocks change
 
     struct SETTLED {
         BBLK* bb;
@@ -304,7 +306,7 @@ class REDUNDANT_IFS {
     void look_at(BBLK* bb);
 
     const EFFECTS effects_;
-    std::vector<int> idom_;         // of the graph at the start
+    std::vector<int> idom_; // of the graph at the start
     std::vector<BBLK*> dfn_to_bb_;
     std::vector<SETTLED> settled_;
 };
@@ -331,7 +333,8 @@ bool REDUNDANT_IFS::passes_unchanged(BBLK* from, const BBLK* to, const READS& re
         pending.pop_back();
         for (const EDGE* edge = bb->predecessors; edge != nullptr; edge = edge->next) {
             if (edge->bb == to || !seen.insert(edge->bb)) continue;
-            if (--blocks < 0 || bb_modifies_lvalue_in_tree(effects_.of(edge->bb), reads, budget)) return false;
+            if (--blocks < 0 || bb_modifies_lvalue_in_tree(effects_.of(edge->bb), reads, budget))
+                return false;
             pending.push_back(edge->bb);
         }
     }

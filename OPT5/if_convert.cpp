@@ -74,8 +74,7 @@ bool may_be_stored_unasked(NODE* place) {
 }
 
 bool assigns_scalar(const NODE* statement) {
-    return statement->op == ASG && statement->left->type->is_scalar() &&
-           statement->right->type->is_scalar();
+    return statement->op == ASG && statement->left->type->is_scalar() && statement->right->type->is_scalar();
 }
 
 // Values that one conditional can yield.

@@ -73,6 +73,7 @@ LIST* settle_transfer(LIST* last, NODE* label) {
 }
 
 bool ok_to_dupe_stmt(NODE* statement) {
+    if (is_comment(statement)) return true;
     return !any_node(statement, [](NODE* node) {
         switch (node->op) {
             // What marks one place: a loop's start and what is promised of it, a block of the source, a label

@@ -20,17 +20,17 @@ int reference_count(const BBLK* bb);
 // caller's.
 LIST* settle_transfer(LIST* last, NODE* label);
 
-// Puts the statement (null: none), broken up at its commas, in the place of the cell's, which must be the last
-// of its block, and the transfer behind it. The cell's old statement is the caller's. Returns the cell of the
-// transfer.
+// Puts the statement (null: none), broken up at its commas, in the place of the cell's, which must be the
+// last of its block, and the transfer behind it. The cell's old statement is the caller's. Returns the cell
+// of the transfer.
 LIST* replace_transfer(LIST* last, NODE* statement, NODE* transfer);
 
 // Whether the IF that ends the block becomes an expression: a small conditional assignment of which nothing
 // needs the condition as a guard. Reads reference counts, changes nothing.
 bool if_is_convertible(const BBLK* bb, const LIST* last);
 
-// Makes that expression; null where if_is_convertible says no. Returns the cell of the BRANCH to the join. The
-// arms are no longer referred to; reference counts are the caller's.
+// Makes that expression; null where if_is_convertible says no. Returns the cell of the BRANCH to the join.
+// The arms are no longer referred to; reference counts are the caller's.
 LIST* convert_if(BBLK* bb, LIST* last);
 
 // Whether a second copy of the statement in the same function means the same.
