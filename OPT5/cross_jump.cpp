@@ -5,8 +5,7 @@
 // a comparison. Of each class the first block stays, the others jump to it.
 //
 // A test is settled if a test above it in the dominator tree has decided it, and nothing between the two
-// changes what it reads. What a block may change is summed up once, so that a question costs a few blocks
-// and names, and each test asks about a bounded number of them.
+// changes what it reads. Each test looks at a bounded number of blocks and of changes.
 
 #include <algorithm>
 #include <cstddef>
@@ -14,11 +13,11 @@
 #include <map>
 #include <string_view>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 #include "bblk.h"
 #include "bbutils.h"
+#include "block_effects.h"
 #include "buildcfg.h"
 #include "congruent.h"
 #include "copy.h"
@@ -35,7 +34,6 @@
 #include "simpcfg.h"
 #include "simpcfg_rules.h"
 #include "symbol.h"
-#include "types.h"
 
 using namespace op;
 
@@ -165,115 +163,7 @@ bool CROSS_JUMPER::run() {
     return merge_classes();
 }
 
-// --- What blocks change, and tests read.
-
-// What an evaluation may change.
-struct CHANGES {
-    bool memory = false; // a store through a pointer, a call
-    bool all = false;    // text that nobody reads
-    std::vector<const SYMTAB*> symbols;
-};
-
-struct READS {
-    bool memory = false;
-    std::vector<const SYMTAB*> symbols;
-};
-
-class EFFECTS {
-  public:
-    EFFECTS();
-    const CHANGES& of(const BBLK* bb) const { return changes_[bb->id]; }
-    READS reads_of(NODE* tree) const;
-    bool calls_setjmp() const { return calls_setjmp_; }
-
-  private:
-    void find_exposed(NODE* tree);
-    void note(NODE* node, CHANGES& changes) const;
-    bool is_memory(const SYMTAB* symbol) const;
-
-    std::unordered_set<const SYMTAB*> exposed_; // locals that are reached by other ways; never walked
-    std::vector<CHANGES> changes_;              // by block
-    bool calls_setjmp_ = false;
-    bool has_open_arguments_ = false; // the address of one leads to the others
-};
-
-const SYMTAB* named_object(const NODE* place) {
-    while (place != nullptr && place->op == STDOT) place = place->left;
-    return place != nullptr && place->op == NAME ? place->symbol() : nullptr;
-}
-
-void EFFECTS::find_exposed(NODE* tree) {
-    walk_tree(tree, [this](NODE* node) {
-        if (node->op == UAND || node->op == ARGREF) {
-            if (const SYMTAB* symbol = named_object(node->left)) exposed_.insert(symbol);
-        } else if (node->op == CALL || node->op == UCALL) {
-            const SYMTAB* callee = get_callee_for_call(node);
-            if (callee == nullptr) return;
-            const std::string_view name = skip_name_prefix(callee->name);
-            calls_setjmp_ = calls_setjmp_ || name == "setjmp" || name == "sigsetjmp";
-        }
-    });
-}
-
-bool EFFECTS::is_memory(const SYMTAB* symbol) const {
-    return symbol->level == 0 || symbol->sclass == SC_STATIC || (has_open_arguments_ && symbol->level == 1) ||
-           exposed_.count(symbol) != 0;
-}
-
-void EFFECTS::note(NODE* node, CHANGES& changes) const {
-    if (opcode_is_ASG(node->op)) {
-        const SYMTAB* symbol = named_object(node->left);
-        if (symbol != nullptr) changes.symbols.push_back(symbol);
-        if (symbol == nullptr || is_memory(symbol)) changes.memory = true;
-        return;
-    }
-    switch (node->op) {
-        case CALL:
-        case UCALL:
-        case MEMCPY: changes.memory = true; break;
-        case ASM: changes.all = changes.all || !is_comment(node); break;
-        case MCALL:
-        case UMCALL: // what its ARGREFs name is exposed
-            changes.memory = true;
-            break;
-        default: break;
-    }
-}
-
-EFFECTS::EFFECTS() : changes_(currfuninfo->blocks.size()) {
-    for (const SYMTAB* symbol = currfuninfo->params; symbol != nullptr; symbol = symbol->next)
-        has_open_arguments_ = has_open_arguments_ || symbol->class_as_read == SC_VARARG;
-    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) find_exposed(cell->first);
-    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
-        CHANGES& changes = changes_[bb->id];
-        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
-            walk_tree(cell->first, [&](NODE* node) { note(node, changes); });
-    }
-}
-
-READS EFFECTS::reads_of(NODE* tree) const {
-    READS reads;
-    walk_tree(tree, [&](const NODE* node) {
-        if (node->op == UMULT || node->op == STREF) reads.memory = true;
-        if (node->op != NAME) return;
-        reads.symbols.push_back(node->symbol());
-        if (is_memory(node->symbol())) reads.memory = true;
-    });
-    return reads;
-}
-
 // --- Settled tests.
-
-// Whether what the tree reads is the same behind the block. Takes what it looks at from the budget.
-bool bb_modifies_lvalue_in_tree(const CHANGES& changes, const READS& reads, int& budget) {
-    if (changes.all || (changes.memory && reads.memory)) return true;
-    for (const SYMTAB* symbol : changes.symbols) {
-        if (--budget < 0) return true;
-        if (std::find(reads.symbols.begin(), reads.symbols.end(), symbol) != reads.symbols.end()) return true;
-    }
-    return false;
-}
 
 // What the test `known`, whose outcome is `truth`, says of another: 1, 0, or -1 for nothing.
 int pred_implies_pred(NODE* known, bool truth, NODE* asked) {
@@ -302,10 +192,11 @@ class REDUNDANT_IFS {
 
     BBLK* above(const BBLK* bb) const;
     bool may_be_asked(NODE* test) const;
-    bool passes_unchanged(BBLK* from, const BBLK* to, const READS& reads, int& blocks, int& budget) const;
+    bool passes_unchanged(BBLK* from, const BBLK* to, const TREE_READS& reads, int& blocks,
+                          int& budget) const;
     void look_at(BBLK* bb);
 
-    const EFFECTS effects_;
+    const BLOCK_EFFECTS effects_;
     std::vector<int> idom_; // of the graph at the start
     std::vector<BBLK*> dfn_to_bb_;
     std::vector<SETTLED> settled_;
@@ -324,7 +215,7 @@ bool REDUNDANT_IFS::may_be_asked(NODE* test) const {
 }
 
 // Looks at all blocks on the ways from `to`, which dominates `from`, to `from`, without these two.
-bool REDUNDANT_IFS::passes_unchanged(BBLK* from, const BBLK* to, const READS& reads, int& blocks,
+bool REDUNDANT_IFS::passes_unchanged(BBLK* from, const BBLK* to, const TREE_READS& reads, int& blocks,
                                      int& budget) const {
     BLOCK_SET seen;
     std::vector<const BBLK*> pending{from};
@@ -344,7 +235,7 @@ bool REDUNDANT_IFS::passes_unchanged(BBLK* from, const BBLK* to, const READS& re
 void REDUNDANT_IFS::look_at(BBLK* bb) {
     const NODE* fork = last_statement(bb);
     if (fork->op != IF || fork->left->op == ICON || !may_be_asked(fork->left)) return;
-    const READS reads = effects_.reads_of(fork->left);
+    const TREE_READS reads = effects_.reads_of(fork->left);
     int blocks = MAX_BLOCKS;
     int budget = MAX_CHANGES;
     BBLK* below = bb;
@@ -368,8 +259,7 @@ void REDUNDANT_IFS::look_at(BBLK* bb) {
 }
 
 bool REDUNDANT_IFS::run() {
-    // A second return of setjmp comes to a test from a place that no edge shows; so does a handler.
-    if (effects_.calls_setjmp() || !currfuninfo->eht.empty()) return false;
+    if (effects_.has_hidden_edges()) return false;
     Dominator& dominators = compute_dominators(true);
     idom_ = dominators.idom;
     dfn_to_bb_ = dominators.dfn_to_bblk;

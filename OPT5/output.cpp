@@ -68,6 +68,7 @@ void drop_unused_locals() {
 
 void output_function() {
     drop_unused_locals();
+    optimize_SWITCH_cases();
     if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
         write_func_header();
         fold_ANDBASGs();
