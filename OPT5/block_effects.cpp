@@ -26,7 +26,8 @@ const SYMTAB* named_object(const NODE* place) {
 void BLOCK_EFFECTS::find_exposed(NODE* tree) {
     walk_tree(tree, [this](NODE* node) {
         if (node->op == UAND || node->op == ARGREF) {
-            if (const SYMTAB* symbol = named_object(node->left)) exposed_.insert(symbol);
+            const SYMTAB* symbol = named_object(node->left);
+            if (symbol != nullptr && symbol->level > 0) exposed_.insert(symbol);
         } else if (node->op == CALL || node->op == UCALL) {
             const SYMTAB* callee = get_callee_for_call(node);
             if (callee == nullptr) return;

@@ -35,6 +35,8 @@ class BLOCK_EFFECTS {
     // Whether control can come to a place that no edge leads to: a second return of setjmp, a handler of
     // exceptions.
     bool has_hidden_edges() const { return has_hidden_edges_; }
+    // Whether the address of a local variable or a parameter is taken anywhere.
+    bool has_exposed_locals() const { return !exposed_.empty(); }
 
   private:
     void find_exposed(NODE* tree);
