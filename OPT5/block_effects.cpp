@@ -1,7 +1,6 @@
 #include "block_effects.h"
 
 #include <algorithm>
-#include <string_view>
 
 #include "bblk.h"
 #include "bbutils.h"
@@ -14,37 +13,10 @@
 
 using namespace op;
 
-namespace {
-
-const SYMTAB* named_object(const NODE* place) {
-    while (place != nullptr && place->op == STDOT) place = place->left;
-    return place != nullptr && place->op == NAME ? place->symbol() : nullptr;
-}
-
-} // namespace
-
-void BLOCK_EFFECTS::find_exposed(NODE* tree) {
-    walk_tree(tree, [this](NODE* node) {
-        if (node->op == UAND || node->op == ARGREF) {
-            const SYMTAB* symbol = named_object(node->left);
-            if (symbol != nullptr && symbol->level > 0) exposed_.insert(symbol);
-        } else if (node->op == CALL || node->op == UCALL) {
-            const SYMTAB* callee = get_callee_for_call(node);
-            if (callee == nullptr) return;
-            const std::string_view name = skip_name_prefix(callee->name);
-            has_hidden_edges_ = has_hidden_edges_ || name == "setjmp" || name == "sigsetjmp";
-        }
-    });
-}
-
-bool BLOCK_EFFECTS::is_memory(const SYMTAB* symbol) const {
-    return symbol->level == 0 || symbol->sclass == SC_STATIC || (has_open_arguments_ && symbol->level == 1) ||
-           exposed_.count(symbol) != 0;
-}
-
 void BLOCK_EFFECTS::note(const NODE* node, TREE_CHANGES& changes) const {
     if (opcode_is_ASG(node->op)) {
-        const SYMTAB* symbol = named_object(node->left);
+        const NODE* name = name_of_place(node->left);
+        const SYMTAB* symbol = name != nullptr ? name->symbol() : nullptr;
         if (symbol != nullptr) changes.symbols.push_back(symbol);
         if (symbol == nullptr || is_memory(symbol)) changes.memory = true;
         return;
@@ -55,24 +27,26 @@ void BLOCK_EFFECTS::note(const NODE* node, TREE_CHANGES& changes) const {
         case MEMCPY: changes.memory = true; break;
         case ASM: changes.all = changes.all || !is_comment(node); break;
         case MCALL:
-        case UMCALL: // what its ARGREFs name is exposed
+        case UMCALL: // what its ARGREFs name is not private
             changes.memory = true;
             break;
         default: break;
     }
 }
 
-BLOCK_EFFECTS::BLOCK_EFFECTS()
-    : changes_(currfuninfo->blocks.size()), has_hidden_edges_(!currfuninfo->eht.empty()) {
-    for (const SYMTAB* symbol = currfuninfo->params; symbol != nullptr; symbol = symbol->next)
-        has_open_arguments_ = has_open_arguments_ || symbol->class_as_read == SC_VARARG;
-    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) find_exposed(cell->first);
+BLOCK_EFFECTS::BLOCK_EFFECTS() : changes_(currfuninfo->blocks.size()) {
     for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
         TREE_CHANGES& changes = changes_[bb->id];
         for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
             walk_tree(cell->first, [&](NODE* node) { note(node, changes); });
     }
+}
+
+bool BLOCK_EFFECTS::has_exposed_locals() const {
+    for (const SYMTAB* list : {currfuninfo->params, currfuninfo->locals, currfuninfo->temps})
+        for (const SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next)
+            if (is_memory(symbol)) return true;
+    return false;
 }
 
 TREE_READS BLOCK_EFFECTS::reads_of(NODE* tree) const {

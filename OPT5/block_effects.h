@@ -4,8 +4,9 @@
 #ifndef OPT5_BLOCK_EFFECTS_H
 #define OPT5_BLOCK_EFFECTS_H
 
-#include <unordered_set>
 #include <vector>
+
+#include "accesses.h"
 
 class BBLK;
 class NODE;
@@ -34,19 +35,16 @@ class BLOCK_EFFECTS {
     TREE_READS reads_of(NODE* tree) const;
     // Whether control can come to a place that no edge leads to: a second return of setjmp, a handler of
     // exceptions.
-    bool has_hidden_edges() const { return has_hidden_edges_; }
-    // Whether the address of a local variable or a parameter is taken anywhere.
-    bool has_exposed_locals() const { return !exposed_.empty(); }
+    bool has_hidden_edges() const { return !private_.flow_is_known(); }
+    // Whether there is a local or a parameter that the function's own flow is not alone with.
+    bool has_exposed_locals() const;
 
   private:
-    void find_exposed(NODE* tree);
     void note(const NODE* node, TREE_CHANGES& changes) const;
-    bool is_memory(const SYMTAB* symbol) const;
+    bool is_memory(const SYMTAB* symbol) const { return private_.number_of(symbol) < 0; }
 
-    std::unordered_set<const SYMTAB*> exposed_; // locals whose address is taken; never walked
-    std::vector<TREE_CHANGES> changes_;         // by block
-    bool has_hidden_edges_ = false;
-    bool has_open_arguments_ = false; // the address of one parameter leads to further ones
+    const PRIVATE_SYMBOLS private_;
+    std::vector<TREE_CHANGES> changes_; // by block
 };
 
 // Whether the changes touch what the reads depend on. Takes the symbols that it looks at from the budget;

@@ -170,9 +170,8 @@ class CFG_CLEANER {
         LIST* last = nullptr;         // the cell of the transfer
         std::uint32_t order = 0;      // in the postorder, from 1
         std::int32_t branch_refs = 0; // references by a BRANCH
-        bool is_reached = false;
-        bool is_head = false;    // a loop's first block, as far as known
-        bool joins_arms = false; // the end of an IF that can become an expression
+        bool is_head = false;         // a loop's first block, as far as known
+        bool joins_arms = false;      // the end of an IF that can become an expression
         bool is_gone = false;
         BBLK* merged_into = nullptr; // of a block that is gone
     };
@@ -180,7 +179,6 @@ class CFG_CLEANER {
 
     bool sweep();
     void find_order();
-    void visit_from(BBLK* root);
     void drop_unreachable();
     void count_references();
     void find_heads_and_joins();
@@ -229,53 +227,26 @@ CFG_CLEANER::CFG_CLEANER(bool quest_is_ok)
 
 // --- What a sweep knows at its start.
 
-// Depth first from the root; finished blocks go to postorder_.
-void CFG_CLEANER::visit_from(BBLK* root) {
-    struct FRAME {
-        BBLK* bb;
-        std::size_t next, end; // its successors in `targets`
-    };
-    std::vector<BBLK*> targets;
-    std::vector<FRAME> open;
-    const auto enter = [&](BBLK* bb) {
-        state(bb).is_reached = true;
-        state(bb).last = last_cell(bb);
-        NODE* transfer = state(bb).last->first;
-        const std::size_t begin = targets.size();
-        if (transfer->op == RETURN) targets.push_back(exit_);
-        for_each_labelref(transfer, [&targets](const NODE* label) { targets.push_back(label->label->bb); });
-        // The last one first: a loop's body then comes ahead of what follows the loop.
-        std::reverse(targets.begin() + static_cast<std::ptrdiff_t>(begin), targets.end());
-        open.push_back({bb, begin, targets.size()});
-    };
-    if (state(root).is_reached) return;
-    enter(root);
-    while (!open.empty()) {
-        FRAME& frame = open.back();
-        if (frame.next == frame.end) {
-            postorder_.push_back(frame.bb);
-            state(frame.bb).order = static_cast<std::uint32_t>(postorder_.size());
-            open.pop_back();
-            continue;
-        }
-        BBLK* target = targets[frame.next++];
-        if (!state(target).is_reached) enter(target);
-    }
-}
-
+// On right edges.
 void CFG_CLEANER::find_order() {
     postorder_.clear();
-    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) state(bb) = STATE();
-    visit_from(first_);
+    append_post_order(first_, &BBLK::successors, postorder_);
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        if (bb->is_kept) visit_from(bb);
+        if (bb->is_kept) append_post_order(bb, &BBLK::successors, postorder_);
     // An endless function reaches no exit, and keeps it.
-    visit_from(exit_);
+    append_post_order(exit_, &BBLK::successors, postorder_);
+    for (std::size_t i = 0; i < postorder_.size(); i++) {
+        BBLK* bb = postorder_[i];
+        state(bb) = STATE();
+        state(bb).last = last_cell(bb);
+        state(bb).order = static_cast<std::uint32_t>(i + 1);
+    }
 }
 
 void CFG_CLEANER::drop_unreachable() {
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        if (!state(bb).is_reached) state(bb).is_gone = true;
+        if (bb->visited == 0) state(bb).is_gone = true;
+    unlink_gone();
 }
 
 void CFG_CLEANER::count_references() {
@@ -286,7 +257,6 @@ void CFG_CLEANER::count_references() {
     }
 }
 
-// Runs on right reference counts.
 void CFG_CLEANER::find_heads_and_joins() {
     for (BBLK* bb : postorder_) {
         const LIST* last = state(bb).last;
@@ -526,6 +496,7 @@ void CFG_CLEANER::unlink_gone() {
 
 bool CFG_CLEANER::sweep() {
     changed_ = false;
+    rebuildcfg();
     find_order();
     drop_unreachable();
     count_references();
@@ -540,9 +511,9 @@ void CFG_CLEANER::run() {
     mark_kept_blocks();
     for (int i = 0; i < MAX_SWEEPS && sweep(); i++) {
     }
+    rebuildcfg();
     find_order();
     drop_unreachable();
-    unlink_gone();
 }
 
 } // namespace
