@@ -3,8 +3,9 @@
 //   simp_check [--trees N] [--first S] [--subject NAMES] [--rounds N] [--exhaustive N] [--reports N] [--short
 //   FILE] simp_check --seed S [--subject NAMES]     one tree, with what each subject makes of it
 //
-// --seconds N is what one tree may take (10). --exhaustive N tries one in N of the small trees of one 16-bit variable on all values; 0: none. --short
-// appends each failure to FILE as one line. Ends with status 1 when something is wrong, 2 for bad arguments.
+// --seconds N is what one tree may take (10). --exhaustive N tries one in N of the small trees of one 16-bit
+// variable on all values; 0: none. --short appends each failure to FILE as one line. Ends with status 1 when
+// something is wrong, 2 for bad arguments.
 
 #include <cstdio>
 #include <cstdlib>

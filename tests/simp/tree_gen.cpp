@@ -932,8 +932,8 @@ NODE* GENERATOR::guarded_shape(TYPE* type) {
 NODE* GENERATOR::pointer_shape(int depth) {
     TYPE* int_type = tp->int_type(IK_INT);
     TYPE* type = palette_.int_pointer_type;
-    NODE* first = pointer(type, depth - 1);
-    NODE* second = pointer(type, depth - 2);
+    NODE* first = operand(type, depth - 1);
+    NODE* second = operand(type, depth - 2);
     if (percent(50)) { // the distance in elements
         NODE* difference = node(MINUS, first, second, int_type);
         return node(PVCONV, difference, number(percent(70) ? 16 : 32, int_type), int_type);
@@ -954,7 +954,6 @@ NODE* GENERATOR::stored_shape(TYPE* type, int depth) {
     const unsigned roll = below(4);
     pure_++;
     NODE* test = condition(depth - 1);
-    no_writes_ |= current_.reads;
     if (roll == 0) { // a truth value from another one
         type = percent(50) ? tp->int_type(IK_BOOL) : int_type;
         NODE* inner = percent(50) ? to(int_type, to(tp->int_type(IK_BOOL), test))
