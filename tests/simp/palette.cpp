@@ -26,7 +26,6 @@ void start_optimizer() {
     reset_global_flags();
     strict_fp = 1; // floating results must be the same to the last bit
     init_opcode_tables();
-    init_BIF_descriptors();
     init_symbols();
     init_proc_integration();
     init_fileopts();
@@ -86,8 +85,9 @@ SYMTAB* PALETTE::add(const char* name, TYPE* type, bool global) {
     return symbol;
 }
 
-PALETTE::PALETTE() {
+PALETTE::PALETTE(bool with_intrinsics) {
     start_optimizer();
+    if (with_intrinsics) init_BIF_descriptors();
     static const PSN here{"prove.c", 1, 1};
     const auto bit = [this] {
         const std::uint64_t now = next_bit_;
