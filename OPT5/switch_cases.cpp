@@ -32,6 +32,7 @@
 #include "simp.h"
 #include "simp_cond.h"
 #include "simpcfg.h"
+#include "simpcfg_rules.h"
 #include "types.h"
 #include "valrange.h"
 #include "value_facts.h"
@@ -230,6 +231,7 @@ class SWITCH_CASES {
     void trace() const;
     bool simplify_selector();
     void replace_selector(NODE* selector, WIDE factor, WIDE offset);
+    void settle();
     bool populate();
     void add_default_block();
     void rebuild_list();
@@ -404,6 +406,12 @@ bool SWITCH_CASES::simplify_selector() {
     return true;
 }
 
+// There is one value: its CASE, where there is one, is left, and certain.
+void SWITCH_CASES::settle() {
+    rebuild_list();
+    settle_transfer(last_, cases_.empty() ? default_->left : cases_.front().node->right);
+}
+
 // The DEFAULT goes to a new block, behind the SWITCH, where nothing runs into it.
 void SWITCH_CASES::add_default_block() {
     dprintf("--> Adding a new DEFAULT basic block.\n");
@@ -470,6 +478,10 @@ bool SWITCH_CASES::run() {
     if (known_.min <= known_.max) changed = drop_impossible();
     if (find_values()) {
         trace();
+        if (values_.size() == 1) {
+            settle();
+            return true;
+        }
         changed = simplify_selector() || changed;
         changed = populate() || changed;
     }

@@ -121,6 +121,18 @@ TEST_F(SWITCHES, APlaceThatIsCertainIsNoChoice) {
                        "2: return ->\n");
 }
 
+TEST_F(SWITCHES, AValueThatIsCertainIsTaken) {
+    stmt(cbranch(compare(EQ, name(x), icon(5)), 48));
+    switch_of(name(x), {4, 5, 6});
+    end_uncleaned();
+    optimize_SWITCH_cases();
+    simpcfg(false, false);
+    EXPECT_EQ(graph(), "1: if (x == 5) goto BB2; else goto BB3 -> 2 3\n"
+                       "2: y = 5; goto BB3 -> 3\n"
+                       "3: return x -> 4\n"
+                       "4: return ->\n");
+}
+
 TEST_F(SWITCHES, TestsAndPromisesOnTheOnlyWayCount) {
     const auto promise = [&](NODE* test) { return tree(NASSERT, int_type, test); };
     const struct {
