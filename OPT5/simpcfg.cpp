@@ -151,7 +151,6 @@ NODE* only_outcome(NODE* transfer) {
 }
 
 void mark_kept_blocks() {
-    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) bb->is_kept = false;
     for (const EHT_ENTRY& entry : currfuninfo->eht)
         walk_tree(static_cast<NODE*>(entry.tree), [](const NODE* node) {
             if (node->op == LABEL && node->label != nullptr && node->label->bb != nullptr)

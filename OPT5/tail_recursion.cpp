@@ -3,6 +3,8 @@
 //     f(a, b): ...; return f(b, a + 1)        t = b; u = a + 1; a = t; b = u; goto the block behind the
 //     prolog
 //
+// A conditional value that is such a call in one of its arms is split into two returns first.
+//
 // The frame of the call takes the place of the caller's. So nobody may hold an address in it, and it must be
 // made of plain variables that the start of the body does not find initialised.
 
@@ -45,7 +47,7 @@ struct TAIL_CALL {
     std::vector<NODE*> arguments; // in order
 };
 
-bool calls_itself(NODE* call) { return call->op == CALL || call->op == UCALL; }
+bool is_self_call(NODE* tree) { return get_callee_for_call(tree) == currfunc; }
 
 // The call that is all that the last statements of the block do; null for other blocks.
 NODE* find_tail_call(BBLK* bb, LIST*& cell) {
@@ -61,7 +63,7 @@ NODE* find_tail_call(BBLK* bb, LIST*& cell) {
             call = ahead->first;
         }
     }
-    return call != nullptr && calls_itself(call) && get_callee_for_call(call) == currfunc ? call : nullptr;
+    return call != nullptr && is_self_call(call) ? call : nullptr;
 }
 
 bool read_arguments(const NODE* call, std::vector<NODE*>& arguments) {
@@ -88,6 +90,13 @@ bool prolog_is_plain(NODE* prolog) {
         prolog, [](const NODE* node) { return node->op != ASG && node->op != PCOMMA && node->op != NAME; });
 }
 
+bool calls_itself() {
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+            if (any_node(cell->first, is_self_call)) return true;
+    return false;
+}
+
 class TAIL_RECURSION {
   public:
     bool run();
@@ -95,6 +104,7 @@ class TAIL_RECURSION {
   private:
     bool function_fits() const;
     bool frame_is_plain() const;
+    bool split_returns() const;
     bool find_calls();
     BBLK* start_of_loop() const;
     void replace(const TAIL_CALL& tail, BBLK* start) const;
@@ -120,7 +130,51 @@ bool TAIL_RECURSION::frame_is_plain() const {
     for (const SYMTAB* symbol = currfuninfo->locals; symbol != nullptr; symbol = symbol->next)
         if (symbol->init != nullptr) return false;
     const BLOCK_EFFECTS effects;
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        if (effects.of(bb).all) return false; // assembly text may count on the frame
     return !effects.has_exposed_locals() && !effects.has_hidden_edges();
+}
+
+// Whether the value of one of the conditional's arms, or of theirs, is that of a call of the function itself.
+bool yields_self_call(NODE* quest) {
+    NODE_STACK pending;
+    pending.push(quest);
+    while (!pending.empty()) {
+        NODE* node = pending.pop();
+        if (is_self_call(node)) return true;
+        if (node->op != QUEST) continue;
+        pending.push(node->right->left);
+        pending.push(node->right->right);
+    }
+    return false;
+}
+
+// return c ? f(a) : b; becomes if (c) return f(a); else return b;
+bool TAIL_RECURSION::split_returns() const {
+    bool split = false;
+    // The new blocks are next on the list: conditionals in the arms have their turn.
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
+        LIST* last = last_cell(bb);
+        NODE* transfer = last->first;
+        if (transfer->op != RETURN || transfer->right->op != QUEST || !yields_self_call(transfer->right))
+            continue;
+        NODE* quest = transfer->right;
+        NODE* arms = quest->right;
+        const auto returning = [&](NODE* value) {
+            NODE* name = copy_tree(transfer->left, false);
+            return mkelist(maketree(RETURN, name, value, transfer->type, nullptr), nullptr, last->psn);
+        };
+        BBLK* if_false = insert_new_bb(bb->dfn, bb, returning(arms->right));
+        BBLK* if_true = insert_new_bb(bb->dfn, bb, returning(arms->left));
+        last->first = simp_node(
+            mk_IF(quest->left, mk_LABELREF_to_bb(if_true, nullptr), mk_LABELREF_to_bb(if_false, nullptr)),
+            nullptr);
+        arms->left = arms->right = quest->left = nullptr;
+        erase_tree(transfer);
+        split = true;
+    }
+    if (split) rebuildcfg();
+    return split;
 }
 
 bool TAIL_RECURSION::find_calls() {
@@ -208,8 +262,10 @@ void TAIL_RECURSION::replace(const TAIL_CALL& tail, BBLK* start) const {
 bool TAIL_RECURSION::run() {
     for (SYMTAB* symbol = currfuninfo->params; symbol != nullptr; symbol = symbol->next)
         parameters_.push_back(symbol);
-    if (!function_fits() || !find_calls() || !frame_is_plain()) return false;
-    // Splitting leaves the cells alone.
+    if (!calls_itself() || !function_fits() || !frame_is_plain()) return false;
+    const bool split = split_returns();
+    if (!find_calls()) return split;
+    // Splitting a block leaves the cells alone.
     BBLK* start = start_of_loop();
     for (const TAIL_CALL& tail : calls_) replace(tail, start);
     return true;

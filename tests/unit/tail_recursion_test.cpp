@@ -61,6 +61,18 @@ TEST_F(TAIL_RECURSION, ACallWhoseValueIsReturnedBecomesALoop) {
                        "4: return ->\n");
 }
 
+TEST_F(TAIL_RECURSION, ACallInAnArmOfTheValueBecomesALoop) {
+    begin_recursive();
+    const auto choose = [&](NODE* condition, NODE* left, NODE* right) {
+        return tree(QUEST, int_type, condition, tree(COLON, int_type, left, right));
+    };
+    stmt(ret(choose(name(a), choose(name(b), call_self(name(b), name(a)), name(a)), name(b))));
+    const std::string text = built();
+    EXPECT_FALSE(calls()) << text;
+    EXPECT_NE(text.find("return a"), std::string::npos) << text;
+    EXPECT_NE(text.find("return b"), std::string::npos) << text;
+}
+
 TEST_F(TAIL_RECURSION, ACallAheadOfTheEndBecomesALoop) {
     begin_recursive();
     stmt(cbranch(name(a), 1));
