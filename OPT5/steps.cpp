@@ -9,6 +9,7 @@
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
+#include "lcse.h"
 #include "output.h"
 #include "pass.h"
 #include "version.h"
@@ -110,12 +111,13 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {72, "subrange", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {73, "lcp", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
-    {75, "lcse", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {75, "lcse", false, LEVEL_1_UP, lcse,
+     "computes common subexpressions of a block and its continuations once"},
     {76, "propagate increments", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {77, "late LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // Made by the driver behind every list: writing is not part of any order.
     {OUTPUT_STEP, "output function", false, ANY_LEVEL, output_function,
-     "drops unused locals, writes the function and erases it"},
+     "drops unused locals and assignments in vain, writes the function and erases it"},
 };
 
 void run_step_body(int id) {
