@@ -17,6 +17,7 @@
 //   5. A SWITCH without a DEFAULT gets one for the following block.
 //   6. Edges are derived from the last statement of each block. A first block that has predecessors gets an
 //      empty block ahead of it.
+//   7. Calls of the function by itself as its last act become jumps (tail_recursion.cpp).
 //
 // A LABEL node refers to its target through an LBL, and an LBL knows its block, so labels need no table. As
 // edges are derived, each LABEL node is turned to the one LBL that its block keeps.
@@ -36,6 +37,7 @@
 #include "opcodes.h"
 #include "opt_expr.h"
 #include "symbol.h"
+#include "tail_recursion.h"
 #include "types.h"
 
 using namespace op;
@@ -189,6 +191,7 @@ void buildcfg() {
     make_entry_block();
     number_in_layout_order();
     renumber_bblocks();
+    remove_tail_recursion();
 }
 
 void rebuildcfg() {

@@ -17,6 +17,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
+#include "simpcfg.h"
 #include "symbol.h"
 #include "unsimplify.h"
 #include "write.h"
@@ -69,10 +70,12 @@ void drop_unused_locals() {
 
 void output_function() {
     drop_unused_locals();
+    optimize_SWITCH_cases();
     elim_dead_assigns(false, false);
     if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
         write_func_header();
         fold_ANDBASGs();
+        simpcfg(true, false);
         unsimplify();
         for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
             for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)

@@ -13,19 +13,12 @@ using namespace op;
 
 namespace prove {
 
-namespace {
-
-constexpr int RELATIONS[] = {EQ, NEQ, LT, LE, GT, GE};
-constexpr int UNSIGNED_RELATIONS[] = {EQ, NEQ, ULT, ULE, UGT, UGE};
-
 int relation_of(int op, bool is_signed) {
     for (int i = 0; i < 6; i++)
         if (RELATIONS[i] == op || UNSIGNED_RELATIONS[i] == op)
             return is_signed ? RELATIONS[i] : UNSIGNED_RELATIONS[i];
     return op;
 }
-
-} // namespace
 
 std::uint64_t edgy_number(RANDOM& random, unsigned bits) {
     const std::uint64_t all = bits >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << bits) - 1;
@@ -300,13 +293,16 @@ NODE* GENERATOR::integer(TYPE* type, int depth) {
     if (roll < 63) return conversion(type, depth);
     if (roll < 70) return effects_here() ? effect(type, depth) : integer(type, depth - 1);
     if (roll < 73) return intrinsic(type, depth);
-    if (roll < 79) return sum_shape(type, depth);
-    if (roll < 85) return mask_shape(type, depth);
-    if (roll < 88) return shift_shape(type, depth);
-    if (roll < 91) return quotient_shape(type, depth);
-    if (roll < 95) return to(type, comparison_shape(depth));
-    if (roll < 98) return truth_shape(type, depth);
-    return choice_shape(type, depth);
+    if (roll < 77) return sum_shape(type, depth);
+    if (roll < 79) return difference_shape(type, depth);
+    if (roll < 84) return mask_shape(type, depth);
+    if (roll < 87) return shift_shape(type, depth);
+    if (roll < 90) return quotient_shape(type, depth);
+    if (roll < 93) return to(type, comparison_shape(depth));
+    if (roll < 95) return to(type, percent(75) ? two_sided_shape(depth) : guarded_shape(type));
+    if (roll < 97) return truth_shape(type, depth);
+    if (roll < 99 || only_ != nullptr) return choice_shape(type, depth);
+    return to(type, pointer_shape(depth));
 }
 
 NODE* GENERATOR::shift(TYPE* type, int depth) {
@@ -394,15 +390,23 @@ NODE* GENERATOR::intrinsic(TYPE* type, int depth) {
         NODE* left = operand(type, depth - 1);
         return mk_ICALL(name, node(COMMA, left, operand(type, depth - 1), none), type);
     }
-    if (roll < 75) {
-        NODE* left = operand(int_type, depth - 1);
-        return to(type, mk_ICALL("_ssub", node(COMMA, left, operand(int_type, depth - 1), none), int_type));
-    }
-    if (roll < 87) {
-        TYPE* long_type = tp->int_type(IK_LONG);
-        NODE* left = operand(long_type, depth - 1);
-        NODE* count = percent(80) ? number(below(31), int_type) : operand(int_type, 0);
-        return to(type, mk_ICALL("_sshl", node(COMMA, left, count, none), long_type));
+    if (roll < 88) {
+        struct ROW {
+            const char* name;
+            IKIND left, right, result;
+        };
+        static constexpr ROW rows[] = {
+            {"_ssub", IK_INT, IK_INT, IK_INT},     {"_ssub2", IK_LONG, IK_LONG, IK_LONG},
+            {"_sadd", IK_INT, IK_INT, IK_INT},     {"_sadd2", IK_LONG, IK_LONG, IK_LONG},
+            {"_sshl", IK_INT, IK_UINT, IK_INT},    {"_sshl2", IK_LONG, IK_UINT, IK_LONG},
+            {"_mpy", IK_INT, IK_INT, IK_LONG},     {"_mpyu", IK_UINT, IK_UINT, IK_ULONG},
+            {"_mpysu", IK_INT, IK_UINT, IK_LONG},  {"_mpyli", IK_INT, IK_LONG, IK_LLONG},
+            {"_mpyhi", IK_LONG, IK_LONG, IK_LLONG}};
+        const ROW& row = random_.one_of(rows);
+        NODE* left = operand(tp->int_type(row.left), depth - 1);
+        TYPE* by = tp->int_type(row.right);
+        NODE* right = row.name[2] == 's' && percent(60) ? number(below(17), by) : operand(by, depth - 1);
+        return to(type, mk_ICALL(row.name, node(COMMA, left, right, none), tp->int_type(row.result)));
     }
     NODE* test = operand(int_type, depth - 1);
     NODE* first = operand(type, depth - 1);
@@ -416,7 +420,8 @@ NODE* GENERATOR::effect(TYPE* type, int depth) {
     const unsigned roll = below(100);
     if (roll < 30) return to(type, assignment(type, depth));
     if (roll < 55) return compound(type, depth);
-    if (roll < 62 && only_ == nullptr) return call(type, depth);
+    if (roll < 60 && only_ == nullptr) return call(type, depth);
+    if (roll < 63) return to(type, stored_shape(type, depth));
     if (roll < 65) {
         NODE* promise = node(NASSERT, before(tp->int_type(IK_INT), depth - 1), nullptr, tp->void_type());
         return node(COMMAOP, promise, after(type, depth - 1), type);
@@ -497,262 +502,6 @@ NODE* GENERATOR::call(TYPE* type, int depth) {
     TYPE* result = callee->type->return_type();
     NODE* address = node(UAND, mk_NAME(callee), nullptr, tp->mk_ptr(callee->type));
     return to(type, node(count == 0 ? UCALL : CALL, address, list, result));
-}
-
-// --- Shapes.
-
-NODE* GENERATOR::sum_shape(TYPE* type, int depth) {
-    const int sign = percent(60) ? PLUS : MINUS;
-    NODE* x = pure(type, depth - 2);
-    switch (below(9)) {
-        case 0: { // x * k1 + x * k2
-            NODE* first = node(MULT, copy(x), constant(type), type);
-            return node(sign, first, node(MULT, x, constant(type), type), type);
-        }
-        case 1: { // x * k + y * k
-            NODE* k = constant(type);
-            NODE* first = node(MULT, x, k, type);
-            return node(sign, first, node(MULT, operand(type, depth - 2), copy(k), type), type);
-        }
-        case 2: // x * k + x
-            return node(sign, node(MULT, copy(x), constant(type), type), x, type);
-        case 3: { // (x + k1) * k2 + (x + k3) * k4
-            NODE* first = node(MULT, node(PLUS, copy(x), constant(type), type), constant(type), type);
-            NODE* second = node(MULT, node(PLUS, x, constant(type), type), constant(type), type);
-            return node(sign, first, second, type);
-        }
-        case 4: // k1 - (k2 - x)
-            return node(sign, constant(type), node(MINUS, constant(type), x, type), type);
-        case 5: { // x + -y, x + -(y * k)
-            NODE* y = operand(type, depth - 2);
-            if (percent(50)) y = node(MULT, y, constant(type), type);
-            y = node(UMINUS, y, nullptr, type);
-            return percent(50) ? node(sign, x, y, type) : node(sign, y, x, type);
-        }
-        case 6: // -x - 1, ~x + 1
-            return node(sign, node(percent(50) ? UMINUS : NOTB, x, nullptr, type), number(1, type), type);
-        case 7: { // (x + y) - x and like
-            NODE* sum = node(sign, copy(x), operand(type, depth - 2), type);
-            return node(percent(50) ? PLUS : MINUS, sum, x, type);
-        }
-        default: { // sums of conversions: (T)(a + k) + k2
-            TYPE* inner = other_type(type);
-            NODE* sum = node(sign, to(inner, x), constant(inner), inner);
-            return node(PLUS, to(type, sum), constant(type), type);
-        }
-    }
-}
-
-NODE* GENERATOR::mask_shape(TYPE* type, int depth) {
-    const int bits = width(type);
-    TYPE* int_type = tp->int_type(IK_INT);
-    NODE* x = pure(type, depth - 2);
-    const auto count = [&] { return number(below(static_cast<unsigned>(bits)), int_type); };
-    static constexpr int logic[] = {ANDB, ORB, XORB};
-    switch (below(9)) {
-        case 0: return node(SRL, node(ANDB, x, constant(type), type), count(), type);
-        case 1: return node(ANDB, node(percent(50) ? SRL : SLL, x, count(), type), constant(type), type);
-        case 2: { // ((x & k1) + k2) & k3
-            const std::int64_t low = (std::int64_t{1} << below(static_cast<unsigned>(bits - 1))) - 1;
-            NODE* masked = node(ANDB, x, percent(70) ? number(low, type) : constant(type), type);
-            NODE* sum = node(percent(70) ? PLUS : MINUS, masked, constant(type), type);
-            return node(ANDB, sum, percent(70) ? number(low, type) : constant(type), type);
-        }
-        case 3: // (x op k1) op k2
-            return node(random_.one_of(logic), node(random_.one_of(logic), x, constant(type), type),
-                        constant(type), type);
-        case 4: { // x op x, x op ~x
-            NODE* second = percent(50) ? node(NOTB, copy(x), nullptr, type) : copy(x);
-            return node(random_.one_of(logic), x, second, type);
-        }
-        case 5: // (x * 2^k) & m
-            return node(
-                ANDB,
-                node(MULT, x, number(std::int64_t{1} << below(static_cast<unsigned>(bits - 1)), type), type),
-                constant(type), type);
-        case 6: { // (T)(narrower) & m
-            TYPE* inner = other_type(type);
-            return node(ANDB, to(type, to(inner, x)), constant(type), type);
-        }
-        case 7: { // (x & k1) | (y & k2)
-            NODE* first = node(ANDB, x, constant(type), type);
-            NODE* second = node(ANDB, operand(type, depth - 2), constant(type), type);
-            return node(random_.one_of(logic), first, second, type);
-        }
-        default: // (x << n) >> n by arithmetic and logic: sign and zero extension
-            return node(SRL, node(SLL, x, count(), type), count(), type);
-    }
-}
-
-NODE* GENERATOR::shift_shape(TYPE* type, int depth) {
-    TYPE* int_type = tp->int_type(IK_INT);
-    const auto bits = static_cast<unsigned>(width(type));
-    const auto count = [&] { return number(below(bits), int_type); };
-    NODE* x = operand(type, depth - 2);
-    const int inner = percent(50) ? SLL : SRL, outer = percent(50) ? SLL : SRL;
-    switch (below(5)) {
-        case 0: return node(outer, node(inner, x, count(), type), count(), type);
-        case 1: // the same count twice
-        {
-            const std::int64_t n = below(bits);
-            return node(outer, node(inner, x, number(n, int_type), type), number(n, int_type), type);
-        }
-        case 2: return node(outer, node(MULT, x, constant(type), type), count(), type);
-        case 3: return node(MULT, node(inner, x, count(), type), constant(type), type);
-        default: {
-            TYPE* middle = other_type(type);
-            NODE* first = node(inner, to(middle, x),
-                               number(below(static_cast<unsigned>(width(middle))), int_type), middle);
-            return node(outer, to(type, first), count(), type);
-        }
-    }
-}
-
-NODE* GENERATOR::quotient_shape(TYPE* type, int depth) {
-    const std::int64_t power = std::int64_t{1} << below(static_cast<unsigned>(width(type) - 1));
-    NODE* x = pure(type, depth - 2);
-    const int op = percent(50) ? DIV : MOD;
-    switch (below(7)) {
-        case 0: return node(op, x, number(power, type), type);
-        case 1: return node(op, x, number(-power, type), type);
-        case 2: return node(percent(50) ? DIV : MOD, node(op, x, constant(type), type), constant(type), type);
-        case 3: return node(op, node(MULT, x, constant(type), type), constant(type), type);
-        case 4: return node(MULT, node(op, x, constant(type), type), constant(type), type);
-        case 5: { // x - x / k * k
-            NODE* k = constant(type);
-            NODE* whole = node(MULT, node(DIV, copy(x), k, type), copy(k), type);
-            return node(MINUS, x, whole, type);
-        }
-        default:
-            return node(op, node(percent(50) ? SRL : ANDB, x, number(below(15), type), type), constant(type),
-                        type);
-    }
-}
-
-NODE* GENERATOR::comparison_shape(int depth) {
-    TYPE* type = integer_type();
-    TYPE* int_type = tp->int_type(IK_INT);
-    const int op = comparison_operator(type);
-    NODE* x = pure(type, depth - 2);
-    const auto bits = static_cast<unsigned>(width(type));
-    NODE* left = nullptr;
-    switch (below(12)) {
-        case 0: left = node(percent(50) ? PLUS : MINUS, x, constant(type), type); break;
-        case 1: left = node(MINUS, constant(type), x, type); break;
-        case 2: left = node(MULT, x, constant(type), type); break;
-        case 3: left = node(percent(50) ? SRL : SLL, x, number(below(bits), int_type), type); break;
-        case 4: { // (x & k) == k, and k with another mask
-            NODE* k = percent(50) ? number(std::int64_t{1} << below(bits - 1), type) : constant(type);
-            return node(percent(70) ? EQ : op, node(ANDB, x, k, type), percent(60) ? copy(k) : constant(type),
-                        int_type);
-        }
-        case 5: left = node(percent(50) ? ORB : XORB, x, constant(type), type); break;
-        case 6: left = to(type, to(other_type(type), x)); break;
-        case 7: // x + k1 op y + k2
-            return node(op, node(PLUS, copy(x), constant(type), type),
-                        node(percent(50) ? PLUS : MINUS, x, constant(type), type), int_type);
-        case 8: // _ssub(x, y) against zero
-            left = mk_ICALL("_ssub", node(COMMA, to(int_type, x), pure(int_type, depth - 2), tp->void_type()),
-                            int_type);
-            return node(relation_of(op, true), left, percent(80) ? number(0, int_type) : constant(int_type),
-                        int_type);
-        case 9: { // k1 < x && x < k2
-            NODE* first = node(op, copy(x), constant(type), int_type);
-            NODE* second = node(comparison_operator(type), x, constant(type), int_type);
-            return node(percent(50) ? ANDAND : OROR, first, second, int_type);
-        }
-        case 10: left = node(percent(50) ? DIV : MOD, x, constant(type), type); break;
-        default: left = node(percent(50) ? UMINUS : NOTB, x, nullptr, type);
-    }
-    return node(op, left, constant(type), int_type);
-}
-
-NODE* GENERATOR::truth_shape(TYPE* type, int depth) {
-    TYPE* int_type = tp->int_type(IK_INT);
-    const auto masked = [&](TYPE* of) {
-        const std::int64_t bit = std::int64_t{1} << below(static_cast<unsigned>(width(of) - 1));
-        return node(ANDB, percent(60) ? pure(of, 0) : pure(of, depth - 2),
-                    percent(60) ? number(bit, of) : constant(of), of);
-    };
-    const auto compared = [&] { return percent(80) ? comparison(depth - 1) : logical(depth - 1); };
-    pure_++; // several conditions side by side
-    NODE* made = nullptr;
-    switch (below(9)) {
-        case 0: made = node(percent(50) ? ANDAND : OROR, masked(type), masked(type), int_type); break;
-        case 1: { // both of one variable
-            NODE* x = pure(type, 0);
-            made = node(percent(50) ? ANDAND : OROR, node(ANDB, copy(x), constant(type), type),
-                        node(ANDB, x, constant(type), type), int_type);
-            break;
-        }
-        case 2: made = node(EXCLAIM, percent(50) ? compared() : masked(type), nullptr, int_type); break;
-        case 3: made = node(percent(50) ? EQ : NEQ, compared(), number(below(3), int_type), int_type); break;
-        case 4: {
-            static constexpr int ops[] = {ANDB, ORB, XORB, PLUS, MINUS, MULT};
-            NODE* first = compared();
-            made = node(random_.one_of(ops), first, percent(50) ? number(1, int_type) : compared(), int_type);
-            break;
-        }
-        case 5: // (x >> k) & 1
-            made = node(ANDB,
-                        node(SRL, pure(type, depth - 2),
-                             number(below(static_cast<unsigned>(width(type))), int_type), type),
-                        number(1, type), type);
-            break;
-        case 6: // the sign
-            made = node(SRL, pure(type, depth - 2), number(width(type) - 1, int_type), type);
-            break;
-        case 7: { // nested under a condition
-            NODE* test = compared();
-            made = node(QUEST, test,
-                        node(COLON, number(percent(50), int_type), number(percent(50), int_type), int_type),
-                        int_type);
-            break;
-        }
-        default: { // (x & k) ^ k
-            NODE* k = number(std::int64_t{1} << below(static_cast<unsigned>(width(type) - 1)), type);
-            made = node(XORB, node(ANDB, pure(type, depth - 2), k, type), copy(k), type);
-        }
-    }
-    pure_--;
-    if (percent(30)) made = node(EXCLAIM, made, nullptr, int_type);
-    return to(type, made);
-}
-
-NODE* GENERATOR::choice_shape(TYPE* type, int depth) {
-    TYPE* int_type = tp->int_type(IK_INT);
-    NODE* x = pure(type, depth - 2);
-    NODE* y = percent(30) ? constant(type) : pure(type, depth - 2);
-    const int op = comparison_operator(type);
-    const auto quest = [&](NODE* test, NODE* first, NODE* second) {
-        return node(QUEST, test, node(COLON, first, second, type), type);
-    };
-    switch (below(6)) {
-        case 0: // minimum and maximum, also with the arms turned
-        case 1: {
-            NODE* test = node(op, copy(x), copy(y), int_type);
-            return percent(50) ? quest(test, x, y) : quest(test, y, x);
-        }
-        case 2: { // an arm is what the condition looks at
-            NODE* test = node(op, copy(x), copy(y), int_type);
-            return percent(50) ? quest(test, x, constant(type)) : quest(test, constant(type), y);
-        }
-        case 3: { // one operator in both arms
-            static constexpr int ops[] = {PLUS, MINUS, MULT, ANDB, ORB, XORB};
-            const int both = random_.one_of(ops);
-            NODE* test = condition(depth - 2);
-            return quest(test, node(both, copy(x), y, type), node(both, x, constant(type), type));
-        }
-        case 4: { // the value or a constant, the condition being the value itself
-            NODE* other = percent(50) ? number(below(3), type) : constant(type);
-            return percent(50) ? quest(copy(x), x, other) : quest(copy(x), other, x);
-        }
-        default: { // -x below zero: the magnitude
-            NODE* test = node(op, copy(x), number(0, type), int_type);
-            NODE* negative = node(UMINUS, copy(x), nullptr, type);
-            return percent(50) ? quest(test, negative, x) : quest(test, x, negative);
-        }
-    }
 }
 
 // --- Floating values and pointers.

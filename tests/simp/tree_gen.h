@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "OPT5/opcodes.h"
 #include "tests/simp/palette.h"
 
 class NODE;
@@ -44,6 +45,11 @@ class RANDOM {
 
 // A number that is likely to sit at the edge of something, as bits of that width.
 std::uint64_t edgy_number(RANDOM& random, unsigned bits);
+
+// Comparisons of integers, and the form of one for the operands' sign.
+inline constexpr int RELATIONS[] = {op::EQ, op::NEQ, op::LT, op::LE, op::GT, op::GE};
+inline constexpr int UNSIGNED_RELATIONS[] = {op::EQ, op::NEQ, op::ULT, op::ULE, op::UGT, op::UGE};
+int relation_of(int op, bool is_signed);
 
 class GENERATOR {
   public:
@@ -92,6 +98,11 @@ class GENERATOR {
     NODE* comparison_shape(int depth);
     NODE* truth_shape(TYPE* type, int depth);
     NODE* choice_shape(TYPE* type, int depth);
+    NODE* difference_shape(TYPE* type, int depth);
+    NODE* two_sided_shape(int depth);
+    NODE* guarded_shape(TYPE* type);
+    NODE* pointer_shape(int depth);
+    NODE* stored_shape(TYPE* type, int depth);
 
     // Places. The variable of that type that may be read (or written) here, or null.
     SYMTAB* variable(TYPE* type, bool write);

@@ -68,7 +68,7 @@ TEST_F(DEAD, SymbolsThatOnlyFeedEachOtherGoWithoutFlow) {
     stmt(tree(PLUSASG, int_type, name(f), tree(SCONV, float_type, name(z))));
     stmt(cbranch(call(function("fn3", SC_EXTERN)), 1));
     stmt(ret(icon(0)));
-    end();
+    end_uncleaned();
     elim_dead_assigns(false, false);
     EXPECT_EQ(graph(), "1: goto BB2 -> 2\n"
                        "2: fn2(); if (fn3()) goto BB3; else goto BB2 -> 3 2\n"
@@ -81,7 +81,7 @@ TEST_F(DEAD, SymbolsThatOnlyFeedEachOtherGoWithoutFlow) {
 }
 
 TEST_F(DEAD, ParameterKeepsItsProlog) {
-    end();
+    end_uncleaned();
     erase_current();
     SYMTAB* one = function("one");
     opt_client.cl_begin_func(one, at(1));
@@ -93,7 +93,7 @@ TEST_F(DEAD, ParameterKeepsItsProlog) {
     stmt(asg(a, icon(3)));
     stmt(asg(b, tree(PLUS, int_type, name(b), icon(1))));
     stmt(ret(name(b)));
-    end();
+    end_uncleaned();
     EXPECT_EQ(first_block(true, true), "a = a, b = b; b += 1; return b");
     EXPECT_TRUE(has(currfuninfo->params, a));
 }
@@ -108,7 +108,7 @@ TEST_F(DEAD, StoresOnTheWayToOthersNeedFlow) {
     stmt(asg(x, name(y)));
     label(2);
     stmt(ret(name(x)));
-    end();
+    end_uncleaned();
     EXPECT_EQ(first_block(false, true).substr(0, 13), "x = 1; y = 5;");
     EXPECT_EQ(first_block(true, true).substr(0, 7), "y = 5; ");
 }
@@ -121,7 +121,7 @@ TEST_F(DEAD, EmbeddedStoresLeaveTheirValue) {
     stmt(asg(g, tree(PLUSASG, int_type, name(x), icon(4))));
     stmt(asg(x, icon(7)));
     stmt(asg(g, tree(QUEST, int_type, name(z), tree(COLON, int_type, asg(x, icon(3)), name(y)))));
-    end();
+    end_uncleaned();
     EXPECT_EQ(first_block(true, true), "y = x; g = x = z; g = x + 4; g = z ? (3 : y); goto BB2");
 }
 
@@ -155,7 +155,7 @@ TEST_F(DEAD, MembersCountForTheWhole) {
     stmt(asg(g, tree(ASG, int_type, member(unread, type->member(1)), name(x))));
     stmt(asg(g, member(copied, type->member(1))));
     stmt(asg(g, member(read, type->member(1))));
-    end();
+    end_uncleaned();
     EXPECT_EQ(first_block(true, true),
               "read.low = 1; read.high = 2; fn2(); copied = read; g = unread.low = x; g = copied.low; "
               "g = read.low; goto BB2");
@@ -170,7 +170,7 @@ TEST_F(DEAD, WhatOthersMaySeeStays) {
     stmt(asg(pointer, address(taken)));
     for (SYMTAB* symbol : {taken, flagged, kept, x}) stmt(asg(symbol, icon(1)));
     stmt(asg(y, name(flagged))); // the read stays, the store goes
-    end();
+    end_uncleaned();
     EXPECT_EQ(first_block(true, true),
               "pointer = &taken; taken = 1; flagged = 1; kept = 1; flagged; goto BB2");
 }
@@ -180,7 +180,7 @@ TEST_F(DEAD, FlowIsNotUsedWhereItIsNotKnown) {
     stmt(asg(y, call(function("setjmp", SC_EXTERN))));
     stmt(asg(x, icon(2)));
     stmt(ret(name(x)));
-    end();
+    end_uncleaned();
     EXPECT_EQ(first_block(true, true), "x = 1; setjmp(); x = 2; return x");
 }
 
@@ -193,7 +193,7 @@ TEST_F(DEAD, LongChainsTakeLinearTime) {
     stmt(deep);
     stmt(asg(y, icon(0)));
     stmt(ret(name(y)));
-    end();
+    end_uncleaned();
     const std::clock_t start = std::clock();
     EXPECT_EQ(first_block(true, true), "y = 0; return y");
     EXPECT_LT(std::clock() - start, 2 * CLOCKS_PER_SEC);

@@ -123,7 +123,7 @@ TEST_F(DOMINATORS, QueriesAnswerByBlockAndByNumber) {
     stmt(inc(y));
     label(1);
     stmt(ret(name(y)));
-    end(); // 1 -> 2 3, 2 -> 3, 3 -> 4
+    end_uncleaned(); // 1 -> 2 3, 2 -> 3, 3 -> 4
     Dominator& dominators = compute_dominators(false);
     EXPECT_EQ(dominators.immediate_dominator(3), block(1));
     EXPECT_EQ(dominators.immediate_dominator(block(1)), nullptr);
@@ -150,7 +150,7 @@ TEST_F(DOMINATORS, StaleTreesAreRepairedAtFirstUse) {
     stmt(branch(1));
     label(2);
     stmt(ret(name(y)));
-    end();
+    end_uncleaned();
     Dominator& dominators = compute_dominators(false);
     EXPECT_EQ(&compute_dominators(false), &dominators);
     BBLK* const from = block(2);
@@ -180,7 +180,7 @@ TEST_F(DOMINATORS, HugeGraphsAreNearLinear) {
         stmt(cbranch(name(y), i));
     }
     label(RUNGS + 1);
-    end();
+    end_uncleaned();
     const std::clock_t start = std::clock();
     Dominator& dominators = compute_dominators(false);
     EXPECT_LT(std::clock() - start, CLOCKS_PER_SEC);

@@ -129,7 +129,7 @@ TEST_F(LIVE, OnlySymbolsThatNothingElseReachesArePrivate) {
     intrinsic->mk_icall("_step");
     stmt(asg(y, intrinsic));
     stmt(asg(inner, icon(1)));
-    end();
+    end_uncleaned();
     {
         const PRIVATE_SYMBOLS symbols;
         EXPECT_TRUE(symbols.flow_is_known());
@@ -151,7 +151,7 @@ TEST_F(LIVE, OnlySymbolsThatNothingElseReachesArePrivate) {
 TEST_F(LIVE, SetjmpMayReturnAgain) {
     stmt(asg(x, icon(1)));
     stmt(asg(y, call(function("_setjmp", SC_EXTERN))));
-    end();
+    end_uncleaned();
     const PRIVATE_SYMBOLS symbols;
     EXPECT_FALSE(symbols.flow_is_known());
     const LIVENESS liveness(symbols);
@@ -166,7 +166,7 @@ TEST_F(LIVE, ManyVariablesInManyBlocks) {
         stmt(inc(locals[i % 200]));
         stmt(cbranch(name(locals[i % 199]), i > 100 ? i - 100 : BLOCKS - i));
     }
-    end();
+    end_uncleaned();
     const std::clock_t start = std::clock();
     const PRIVATE_SYMBOLS symbols;
     const LIVENESS liveness(symbols);

@@ -53,7 +53,7 @@ void RANDOM_GRAPH_TEST::build_random(std::mt19937& random, unsigned count, bool 
         }
     }
     if (!returns) stmt(branch(some_label()));
-    end();
+    end_uncleaned();
 }
 
 NODE* RANDOM_GRAPH_TEST::random_pure(std::mt19937& random, int depth) {
