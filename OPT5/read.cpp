@@ -5,6 +5,7 @@
 #include "bad_input.h"
 #include "bblk.h"
 #include "buildcfg.h"
+#include "copyprop.h"
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
@@ -282,6 +283,7 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
     seq_trees();
     buildcfg();
+    fast_CP(4, 1);
     preprocess_fundef(function);
     function->is_defined = true;
     functions.push_back(currfunc);

@@ -6,6 +6,7 @@
 
 #include "steps.h"
 
+#include "copyprop.h"
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
@@ -22,6 +23,10 @@ void pass_2_header() {
     std::printf("%s Pass 2\n", OPTIMIZER_TITLE);
 }
 
+void fast_CP_in_pass_1() { fast_CP(4, 0); }
+void fast_CP_with_combining() { fast_CP(4, 1); }
+void combine_and_clean_up() { fast_CP(0, 1); }
+
 constexpr char NOT_BUILT[] = "nothing: not built yet";
 constexpr char EMPTY_HERE[] = "nothing: empty in this target";
 
@@ -29,8 +34,10 @@ constexpr char EMPTY_HERE[] = "nothing: empty in this target";
 
 const STEP_ROW step_table[STEP_COUNT] = {
     // The clean-up of each function on its own, ahead of the whole-program steps that read it.
-    {0, "pass 1 fcp/eda", false, LEVEL_2_UP, nullptr, NOT_BUILT},
-    {1, "pass 1 fast_CP(4,0)", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {0, "pass 1 fcp/eda", false, LEVEL_2_UP, fast_CP_in_pass_1,
+     "replaces uses of values that are assigned once"},
+    {1, "pass 1 fast_CP(4,0)", false, ANY_LEVEL, fast_CP_in_pass_1,
+     "replaces uses of values that are assigned once"},
     {2, "value propagation for pass 1", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     // The whole program: each barrier sees every function as the steps ahead of it left them.
     {3, "analyze globals", true, ANY_LEVEL, nullptr, NOT_BUILT},
@@ -47,7 +54,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {12, "stack sharing", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {13, "CPS", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {14, "early LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {15, "early fast_CP(4,1)", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {15, "early fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining,
+     "joins assignments to one place; then as step 1"},
     {16, "MVP global assertions", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {17, "intraprocedural MVP", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {18, "value propagation for SIMD", false, LEVEL_2_UP, nullptr, NOT_BUILT},
@@ -57,7 +65,7 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {22, "non-DD SSA EDA", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {23, "SSA RP with benign loads", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {24, "expand bitfields", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {25, "fast_CP(0,1)", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {25, "fast_CP(0,1)", false, ANY_LEVEL, combine_and_clean_up, "joins assignments to one place"},
     {26, "add profile loop annotations", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {27, "CD vectorizations", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // The dependence-driven group: loops are normalised and have a hierarchy inside each of these.
@@ -96,7 +104,7 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {59, "SSA_reg_promote_with_simpcfg", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     // The loop hierarchy is gone: global clean-up, then what a single block or statement still gives.
     {60, "CD ILP", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {61, "late fast_CP(4,1)", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {61, "late fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining, "as step 15"},
     {62, "global CP", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {63, "late points-to", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {64, "global CSE", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
