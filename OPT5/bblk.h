@@ -61,6 +61,7 @@ class BBLK final : public serial_object<BBLK, FUNINFO> {
     std::int32_t dfn = 0;      // position in the block list, from 1
     std::int32_t dfn_mark = 0; // -1 in a block that insert_new_bb has placed
     std::uint8_t visited = 0;
+    bool is_kept = false;  // entered also without an edge: not to be removed, merged or threaded
     void* trace = nullptr; // superblock trace
     double dFreqIn = UNKNOWN_FREQ;
     std::int32_t count = -1;

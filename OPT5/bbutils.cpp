@@ -8,6 +8,7 @@
 #include "bblk.h"
 #include "debug.h"
 #include "fpsmath.h"
+#include "if_file.h"
 #include "opcodes.h"
 #include "opt_expr.h"
 #include "symbol.h"
@@ -29,6 +30,8 @@ int count_nodes_in_tree(NODE* tree) {
 bool tree_contains_op(NODE* tree, int op) {
     return any_node(tree, [op](NODE* node) { return node->op == op; });
 }
+
+bool tree_has_DDNODE_subtrees(NODE* tree) { return tree_contains_op(tree, DDNODE); }
 
 bool node_is_volatile_access(const NODE* node) {
     switch (node->op) {
@@ -77,6 +80,10 @@ bool tree_is_arg_prolog(NODE* tree) {
         tree = tree->left;
     }
     return tree != nullptr && receives_parameter(tree);
+}
+
+bool is_comment(const NODE* statement) {
+    return statement->op == ASM && statement->u.lval == INT65::from_signed(REC_COMMENT);
 }
 
 SYMTAB* get_callee_for_call(NODE* call) {

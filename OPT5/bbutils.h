@@ -101,6 +101,7 @@ template <class REWRITE> NODE* rewrite_tree(NODE* tree, REWRITE rewrite) {
 
 int count_nodes_in_tree(NODE* tree);
 bool tree_contains_op(NODE* tree, int op);
+bool tree_has_DDNODE_subtrees(NODE* tree);
 
 // Whether evaluating the tree can do more than yield its value: assign, call, transfer control, or access
 // volatile storage. Faults that the program promises not to have don't count.
@@ -112,6 +113,9 @@ bool node_is_volatile_access(const NODE* node);
 // The statement that receives the parameters: a left-nested PCOMMA chain of assignments of a parameter to
 // itself, or one such assignment. It is never an assignment to be optimised.
 bool tree_is_arg_prolog(NODE* tree);
+
+// Whether the statement is a comment: an ASM that is no assembly text.
+bool is_comment(const NODE* statement);
 
 // The function that a CALL or UCALL names directly, null for an indirect call.
 SYMTAB* get_callee_for_call(NODE* call);

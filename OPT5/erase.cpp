@@ -75,6 +75,7 @@ void erase_all() {
     function->owned_pragmas = {};
     function->blocks = {};
     function->eht = {};
+    function->dominators.reset();
     function->bb_list = nullptr;
     function->bb_count = 0;
     function->statements = nullptr;

@@ -25,6 +25,7 @@
 #include "pool.h"
 #include "seq_trees.h"
 #include "simp.h"
+#include "simpcfg.h"
 #include "symbol.h"
 #include "types.h"
 
@@ -75,7 +76,10 @@ LIST* tidy_statement_list(LIST* list) {
     return promote_toplevel_COMMAOPs_in_list(list);
 }
 
-void repair_flow() { rebuildcfg(); }
+void repair_flow() {
+    rebuildcfg();
+    simpcfg(false, false);
+}
 
 namespace {
 

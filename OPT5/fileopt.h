@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,7 @@
 #include "spmap.h"
 
 class BBLK;
+class Dominator;
 class LS;
 class NODE;
 class SYMTAB;
@@ -124,6 +126,7 @@ struct FUNINFO {
     std::uint32_t next_serial = 0; // symbols of the function so far
     bool flow_is_stale = true;     // cached flow information is no longer valid
     bool dfn_is_valid = false;
+    std::shared_ptr<Dominator> dominators; // null until compute_dominators
     bool has_no_calls = true;           // kept only by functions without calls
     bool names_register_symbol = false; // a NAME of a symbol with bit 4 of `cqual` was read
     std::uint32_t fields_seen = 0;      // FIELD nodes of bit-fields

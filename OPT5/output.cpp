@@ -15,6 +15,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
+#include "simpcfg.h"
 #include "symbol.h"
 #include "unsimplify.h"
 #include "write.h"
@@ -70,6 +71,7 @@ void output_function() {
     if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
         write_func_header();
         fold_ANDBASGs();
+        simpcfg(true, false);
         unsimplify();
         for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
             for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)

@@ -18,6 +18,7 @@
 #include "pragma.h"
 #include "seq_trees.h"
 #include "simp.h"
+#include "simpcfg.h"
 #include "symbol.h"
 #include "target_bif.h"
 #include "types.h"
@@ -267,7 +268,7 @@ void OPT_CLIENT::check_labels() {
     }
 }
 
-void OPT_CLIENT::cl_end_func(const PSN* psn) {
+void OPT_CLIENT::build_flow_graph(const PSN* psn) {
     need_function("an end of function");
     set_here(psn);
     if (!args_ended_) cl_end_args(nullptr);
@@ -283,7 +284,13 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
     seq_trees();
     buildcfg();
+}
+
+void OPT_CLIENT::cl_end_func(const PSN* psn) {
+    build_flow_graph(psn);
+    simpcfg(false, false);
     fast_CP(4, 1);
+    FUNINFO* function = currfuninfo;
     preprocess_fundef(function);
     function->is_defined = true;
     functions.push_back(currfunc);

@@ -32,6 +32,9 @@ class OPT_CLIENT final : public IF_CLIENT {
     void cl_comment(const char* text) override;
     void cl_func_eht(std::vector<EHT_ENTRY>&& entries) override;
 
+    // The first half of cl_end_func: the flow graph as the statements give it.
+    void build_flow_graph(const PSN* psn);
+
     // Ends the run if the file ended inside a function. To be called once the whole file is read.
     void end_of_input();
 

@@ -665,8 +665,8 @@ NODE* simp_EXPT(NODE* node, ::LOOP* loop) {
     NODE* exponent = node->right;
     if (is_icon(exponent, 1) && same_representation(node->left->type, node->type)) return take_left(node);
     if (is_icon(exponent, 0) && node->type->is_integral()) {
-        NODE* base = take_left(node);
-        return known_value(base, ONE, base->type, loop);
+        TYPE* type = node->type;
+        return known_value(take_left(node), ONE, type, loop);
     }
     return node;
 }

@@ -16,10 +16,8 @@
 
 #include "bbutils.h"
 #include "congruent.h"
-#include "copy.h"
 #include "erase.h"
 #include "files.h"
-#include "fold.h"
 #include "known_bits.h"
 #include "node.h"
 #include "opcodes.h"
@@ -297,29 +295,21 @@ NODE* simp_ANDOR_ANDOR(NODE* node, ::LOOP* loop) {
     if (andor_andor_height(node, MAX_HEIGHT, nullptr) > MAX_HEIGHT) return node;
     if (has_effects(left) || has_effects(right) || rhs_may_need_guard_in_lhs(right, left)) return node;
     const bool is_and = node->op == ANDAND;
-    if (is_and && !(find_or_make_safe_for_ANDB(left, false) && find_or_make_safe_for_ANDB(right, false)))
-        return node;
-    TYPE* type = node->type;
     if (is_and) {
+        if (!find_or_make_safe_for_ANDB(left, false) || !find_or_make_safe_for_ANDB(right, false))
+            return node;
         find_or_make_safe_for_ANDB(left, true);
         find_or_make_safe_for_ANDB(right, true);
     }
+    TYPE* type = node->type;
     TYPE* common = combined_type(left->type, right->type);
-    if (is_and) {
-        // A bit that is the sign is many bits in a wider type. That does no harm: its lowest one is at the
-        // place of the sign, and the other operand has no other bit to meet it with.
-        int bit = only_bit(left), other_bit = only_bit(right);
-        left = converted(left, common, loop);
-        right = converted(right, common, loop);
-        if (bit > other_bit) {
-            std::swap(bit, other_bit);
-            std::swap(left, right);
-        }
-        if (bit < other_bit) left = build(SLL, left, mk_number(other_bit - bit, int_type()), common, loop);
-    } else {
-        left = converted(left, common, loop);
-        right = converted(right, common, loop);
-    }
+    // A bit that is the sign is many bits in a wider type. That does no harm: its lowest one is at the place
+    // of the sign, and the other operand has no other bit to meet it with.
+    const int bit = is_and ? only_bit(left) : 0, other_bit = is_and ? only_bit(right) : 0;
+    left = converted(left, common, loop);
+    right = converted(right, common, loop);
+    if (bit < other_bit) left = build(SLL, left, mk_number(other_bit - bit, int_type()), common, loop);
+    if (other_bit < bit) right = build(SLL, right, mk_number(bit - other_bit, int_type()), common, loop);
     erase_node(node);
     NODE* bits = build(is_and ? ANDB : ORB, left, right, common, loop);
     return converted(make_boolean(bits, loop), type, loop);

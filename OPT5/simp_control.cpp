@@ -18,7 +18,6 @@
 
 #include "bbutils.h"
 #include "congruent.h"
-#include "copy.h"
 #include "debug.h"
 #include "erase.h"
 #include "files.h"

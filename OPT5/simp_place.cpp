@@ -20,7 +20,7 @@ bool same_access(TYPE* a, TYPE* b) {
     return a->is_scalar() && b->is_scalar() && a->is_ptr() == b->is_ptr() && same_representation(a, b);
 }
 
-// The character at a constant distance from the start of a constant text; false where the address is another.
+// The unit at a constant distance from the start of a constant text; false where the address is another.
 bool character_of_text(const NODE* address, std::int32_t* character) {
     std::uint64_t index = 0;
     if (address->op == PLUS && address->right->op == ICON) {
@@ -29,7 +29,7 @@ bool character_of_text(const NODE* address, std::int32_t* character) {
         address = address->left;
     }
     if (address->op != SCON || !address->type->is_ptr() || index >= address->text_length) return false;
-    *character = static_cast<signed char>(address->text[index]);
+    *character = static_cast<unsigned char>(address->text[index]);
     return true;
 }
 

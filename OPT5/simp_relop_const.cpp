@@ -4,8 +4,6 @@
 
 #include <bit>
 
-#include "congruent.h"
-#include "copy.h"
 #include "erase.h"
 #include "files.h"
 #include "known_bits.h"
@@ -213,9 +211,11 @@ RELOP::OUTCOME RELOP::mask() {
         case NOTB:
             if (!operand_fits(inner->left)) break;
             return replaced(take_left(inner), ~k);
-        case XORB:
+        case XORB: {
             if (inner->right->op != ICON || !operand_fits(inner->left)) break;
-            return replaced(take_left(inner), k ^ to_wide(inner->right->u.lval));
+            const WIDE flipped = k ^ to_wide(inner->right->u.lval);
+            return replaced(take_left(inner), flipped);
+        }
         case PLUS: {
             // The carries run upwards: those into a mask of low bits come from within.
             if ((mask & (mask + 1)) != 0 || inner->right->op != ICON || !operand_fits(inner->left)) break;

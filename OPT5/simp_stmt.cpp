@@ -1,6 +1,7 @@
 // The comma operator, calls, and the operators of statements.
 
 #include <utility>
+#include <vector>
 
 #include "congruent.h"
 #include "erase.h"
@@ -87,7 +88,21 @@ NODE* simp_COMMAOP(NODE* node, ::LOOP* loop) {
     return step != nullptr ? simp_node(step, loop) : node;
 }
 
-NODE* simp_call(NODE* node, ::LOOP*) { return node->op == ICALL ? fold_BIF(node) : node; }
+NODE* simp_call(NODE* node, ::LOOP* loop) {
+    if (node->op != ICALL) return node;
+    NODE* folded = fold_BIF(node);
+    if (folded == node) return node;
+    // What is new are conversions over an operand, and effects ahead of it.
+    std::vector<NODE*> fresh;
+    NODE* value = folded;
+    for (; value->op == SCONV || value->op == PCONV; value = value->left) fresh.push_back(value);
+    if (value->op == COMMAOP) value = simp_node(value, loop);
+    for (auto conversion = fresh.rbegin(); conversion != fresh.rend(); ++conversion) {
+        (*conversion)->left = value;
+        value = simp_node(*conversion, loop);
+    }
+    return value;
+}
 
 NODE* simp_MEMCPY(NODE* node, ::LOOP*) { return node; }
 

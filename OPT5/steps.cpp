@@ -12,6 +12,7 @@
 #include "files.h"
 #include "output.h"
 #include "pass.h"
+#include "simpcfg.h"
 #include "version.h"
 
 namespace {
@@ -22,6 +23,14 @@ void pass_2_header() {
     std::fflush(fdebug);
     std::printf("%s Pass 2\n", OPTIMIZER_TITLE);
 }
+
+void straighten_cond_paths() {
+    if (pass_disable("cps") != 0) return;
+    do_early_cross_jumping();
+    simpcfg(false, false);
+}
+
+void pass_2_inits() { simpcfg(false, false); }
 
 void fast_CP_in_pass_1() { fast_CP(4, 0); }
 void fast_CP_with_combining() { fast_CP(4, 1); }
@@ -50,9 +59,10 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {10, "set call-graph order", true, ANY_LEVEL, set_call_graph_order,
      "orders the functions by the call graph and drops those that need no code"},
     // From here on each function goes to the end before the next one starts.
-    {11, "pass 2 inits", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits, "cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {13, "CPS", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
+     "merges blocks that do the same and takes away tests that others have settled"},
     {14, "early LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {15, "early fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining,
      "joins assignments to one place; then as step 1"},

@@ -9,6 +9,7 @@
 #include "OPT5/option_obj.h"
 #include "OPT5/read.h"
 #include "OPT5/symbol.h"
+#include "OPT5/target_bif.h"
 #include "OPT5/types.h"
 
 namespace prove {
@@ -84,8 +85,9 @@ SYMTAB* PALETTE::add(const char* name, TYPE* type, bool global) {
     return symbol;
 }
 
-PALETTE::PALETTE() {
+PALETTE::PALETTE(bool with_intrinsics) {
     start_optimizer();
+    if (with_intrinsics) init_BIF_descriptors();
     static const PSN here{"prove.c", 1, 1};
     const auto bit = [this] {
         const std::uint64_t now = next_bit_;

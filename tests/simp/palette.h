@@ -23,7 +23,8 @@ struct PALETTE {
         SYMTAB* symbol;
         std::uint64_t bit; // in sets of variables
     };
-    PALETTE();
+    // `with_intrinsics`: for a target that has them.
+    explicit PALETTE(bool with_intrinsics = true);
     PALETTE(const PALETTE&) = delete;
 
     LAYOUT layout;

@@ -3,8 +3,9 @@
 //   simp_check [--trees N] [--first S] [--subject NAMES] [--rounds N] [--exhaustive N] [--reports N] [--short
 //   FILE] simp_check --seed S [--subject NAMES]     one tree, with what each subject makes of it
 //
-// --exhaustive N tries one in N of the small trees of one 16-bit variable on all values; 0: none. --short
-// appends each failure to FILE as one line. Ends with status 1 when something is wrong, 2 for bad arguments.
+// --seconds N is what one tree may take (10). --exhaustive N tries one in N of the small trees of one 16-bit
+// variable on all values; 0: none. --short appends each failure to FILE as one line. Ends with status 1 when
+// something is wrong, 2 for bad arguments.
 
 #include <cstdio>
 #include <cstdlib>
@@ -26,7 +27,7 @@ namespace {
     std::fprintf(stderr,
                  "simp_check: bad argument '%s'\n"
                  "usage: simp_check [--trees N] [--first S] [--seed S] [--subject NAME,...] [--rounds N] "
-                 "[--exhaustive N] [--reports N] [--short FILE]\n",
+                 "[--exhaustive N] [--reports N] [--seconds N] [--short FILE]\n",
                  word);
     std::exit(2);
 }
@@ -84,6 +85,8 @@ int main(int argc, char** argv) {
             campaign.trial.exhaustive_every = static_cast<unsigned>(number(value));
         } else if (word == "--reports") {
             campaign.max_reports = static_cast<unsigned>(number(value));
+        } else if (word == "--seconds") {
+            campaign.seconds_per_tree = static_cast<unsigned>(number(value));
         } else if (word == "--short") {
             short_file = value;
         } else {

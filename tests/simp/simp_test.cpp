@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(
                     WRONG_RULE{"comma", wrong(everywhere<lose_first_of_comma>), "differ"},
                     WRONG_RULE{"mask", wrong(everywhere<swap_shift_and_mask>), "the values differ"},
                     WRONG_RULE{"shifts", wrong(everywhere<add_widths>), "the result is faulty"},
-                    WRONG_RULE{"compare", wrong(everywhere<compare_moved_constant>), "the values differ"},
+                    WRONG_RULE{"compare", wrong(everywhere<compare_moved_constant>), "differ"},
                     WRONG_RULE{"float", wrong(everywhere<invert_float>), "the values differ"},
                     WRONG_RULE{"old", wrong(everywhere<old_value_lost>), "differ"},
                     WRONG_RULE{"narrow", wrong(everywhere<narrow_conversion>), "the values differ"},
@@ -217,7 +217,7 @@ TEST_P(Subjects, HoldsOnGeneratedTrees) {
     prove_right(c);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Subjects, testing::ValuesIn(all_subjects().begin() + 1, all_subjects().end()),
+INSTANTIATE_TEST_SUITE_P(All, Subjects, testing::ValuesIn(all_subjects()),
                          [](const auto& info) { return std::string(info.param.name); });
 
 // --- Depth: no recursion, and time in proportion.

@@ -85,42 +85,79 @@ int plain_operator(int op) {
 }
 
 enum INTRINSIC : std::uint8_t {
-    SIGNED_MIN,
-    SIGNED_MAX,
-    UNSIGNED_MIN,
-    UNSIGNED_MAX,
-    FLOAT_MIN,
-    FLOAT_MAX,
-    SATURATING_ADD,
-    SATURATING_SUB,
-    SATURATING_SHIFT,
-    SATURATING_ABS,
-    CHOICE,
+    LEAST,
+    GREATEST,
+    SUM,
+    DIFFERENCE,
+    SHIFTED,
+    PRODUCT,
+    PRODUCT_OF_HIGH,
+    LOW,
+    HIGH,
+    CHOICE
 };
+
+// docs/intrinsics.md tells what they compute. Types by letter: i int, l long, q long long, their unsigned
+// forms u, m and w, f a single; * whatever the tree has.
 struct INTRINSIC_ROW {
-    const char* name; // lower case, without underscores in front
+    const char* name;
     INTRINSIC which;
-    unsigned operands;
+    const char* operands;
+    char result;
 };
 constexpr INTRINSIC_ROW INTRINSICS[] = {
-    {"min", SIGNED_MIN, 2},       {"lmin", SIGNED_MIN, 2},       {"llmin", SIGNED_MIN, 2},
-    {"max", SIGNED_MAX, 2},       {"lmax", SIGNED_MAX, 2},       {"llmax", SIGNED_MAX, 2},
-    {"minu", UNSIGNED_MIN, 2},    {"lminu", UNSIGNED_MIN, 2},    {"llminu", UNSIGNED_MIN, 2},
-    {"maxu", UNSIGNED_MAX, 2},    {"lmaxu", UNSIGNED_MAX, 2},    {"llmaxu", UNSIGNED_MAX, 2},
-    {"fmin", FLOAT_MIN, 2},       {"dmin", FLOAT_MIN, 2},        {"ldmin", FLOAT_MIN, 2},
-    {"fmax", FLOAT_MAX, 2},       {"dmax", FLOAT_MAX, 2},        {"ldmax", FLOAT_MAX, 2},
-    {"sadd", SATURATING_ADD, 2},  {"lsadd", SATURATING_ADD, 2},  {"ssub", SATURATING_SUB, 2},
-    {"lssub", SATURATING_SUB, 2}, {"sshl", SATURATING_SHIFT, 2}, {"abs", SATURATING_ABS, 1},
-    {"labs", SATURATING_ABS, 1},  {"quest$colon", CHOICE, 3},
+    {"MIN", LEAST, "ii", 'i'},
+    {"LMIN", LEAST, "ll", 'l'},
+    {"LLMIN", LEAST, "qq", 'q'},
+    {"MINU", LEAST, "uu", 'u'},
+    {"LMINU", LEAST, "mm", 'm'},
+    {"LLMINU", LEAST, "ww", 'w'},
+    {"MAX", GREATEST, "ii", 'i'},
+    {"LMAX", GREATEST, "ll", 'l'},
+    {"LLMAX", GREATEST, "qq", 'q'},
+    {"MAXU", GREATEST, "uu", 'u'},
+    {"LMAXU", GREATEST, "mm", 'm'},
+    {"LLMAXU", GREATEST, "ww", 'w'},
+    {"FMIN", LEAST, "ff", 'f'},
+    {"DMIN", LEAST, "ff", 'f'},
+    {"LDMIN", LEAST, "ff", 'f'},
+    {"FMAX", GREATEST, "ff", 'f'},
+    {"DMAX", GREATEST, "ff", 'f'},
+    {"LDMAX", GREATEST, "ff", 'f'},
+    {"_sadd", SUM, "ii", 'i'},
+    {"_sadd2", SUM, "ll", 'l'},
+    {"_ssub", DIFFERENCE, "ii", 'i'},
+    {"_ssub2", DIFFERENCE, "ll", 'l'},
+    {"_sshl", SHIFTED, "iu", 'i'},
+    {"_sshl2", SHIFTED, "lu", 'l'},
+    {"_mpy", PRODUCT, "ii", 'l'},
+    {"_mpyu", PRODUCT, "uu", 'm'},
+    {"_mpysu", PRODUCT, "iu", 'l'},
+    {"_mpyus", PRODUCT, "ui", 'l'},
+    {"_mpyli", PRODUCT, "il", 'q'},
+    {"_mpyhi", PRODUCT_OF_HIGH, "ll", 'q'},
+    {"_lo", LOW, "q", 'm'},
+    {"_hi", HIGH, "q", 'm'},
+    {"quest$colon", CHOICE, "***", '*'},
 };
 
 const INTRINSIC_ROW* find_intrinsic(const char* name) {
-    while (*name == '_') name++;
-    std::string key(name);
-    for (char& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     for (const INTRINSIC_ROW& row : INTRINSICS)
-        if (key == row.name) return &row;
+        if (std::strcmp(name, row.name) == 0) return &row;
     return nullptr;
+}
+
+REP rep_of_letter(char letter, const REP& otherwise) {
+    switch (letter) {
+        case 'i': return {REP::INTEGER, 16, true};
+        case 'u': return {REP::INTEGER, 16, false};
+        case 'l': return {REP::INTEGER, 32, true};
+        case 'm': return {REP::INTEGER, 32, false};
+        case 'q': return {REP::INTEGER, 64, true};
+        case 'w': return {REP::INTEGER, 64, false};
+        case 'f': return {REP::FLOATING, 32, false};
+        default: return otherwise;
+    }
 }
 
 } // namespace
@@ -555,6 +592,10 @@ void TRANSLATOR::do_binary(NODE* node) {
             case MINUS:
             case MULT:
             case DIV: break;
+            case EXPT:
+                if (floating || rep != left) return fail(node, "of floating operands");
+                i.value = 0;
+                return emit(i), value(node->right), value(node->left);
             case MOD:
             case ANDB:
             case ORB:
@@ -636,7 +677,8 @@ std::vector<NODE*> TRANSLATOR::list_of(NODE* list) {
 void TRANSLATOR::do_intrinsic(NODE* node) {
     const INTRINSIC_ROW* row = find_intrinsic(node->intrinsic());
     const std::vector<NODE*> arguments = list_of(node->left);
-    if (row == nullptr || row->operands != arguments.size()) return fail(node, node->intrinsic());
+    if (row == nullptr || std::strlen(row->operands) != arguments.size())
+        return fail(node, node->intrinsic());
     PROGRAM::CALLEE callee{0, {}};
     for (NODE* argument : arguments) {
         if (!rep_of(argument->type).is_scalar()) return fail(node, "of other than scalars");
@@ -644,7 +686,7 @@ void TRANSLATOR::do_intrinsic(NODE* node) {
     }
     p_.callees_.push_back(callee);
     emit({.code = PROGRAM::CALL_INTRINSIC,
-          .kind = row->which,
+          .kind = static_cast<std::uint8_t>(row - INTRINSICS),
           .rep = rep_of(node->type),
           .from = {},
           .place = static_cast<std::uint32_t>(p_.callees_.size() - 1)});
@@ -746,7 +788,19 @@ struct PROGRAM::RUNNING {
         }
     }
 
+    std::uint64_t power(const REP& rep, std::uint64_t base, std::uint64_t exponent) {
+        if (static_cast<std::int64_t>(exponent) < 0 && base != 1) {
+            fault("a negative exponent");
+            return 0;
+        }
+        std::uint64_t result = 1;
+        for (std::uint64_t n = exponent; n != 0 && base != 1; n >>= 1, base *= base)
+            if ((n & 1) != 0) result *= base;
+        return extend(result, rep.bits, rep.is_signed);
+    }
+
     std::uint64_t arithmetic(int op, const REP& rep, std::uint64_t a, std::uint64_t b) {
+        if (op == EXPT) return power(rep, a, b);
         if (rep.is_float()) return float_arithmetic(op, single_of(a), single_of(b));
         a = extend(a, rep.bits, rep.is_signed);
         b = extend(b, rep.bits, rep.is_signed);
@@ -943,8 +997,8 @@ void PROGRAM::run(MEMORY& memory, OUTCOME& outcome, bool strict) const {
                 const CALLEE& callee = callees_[i.place];
                 const std::size_t count = callee.arguments.size();
                 const std::uint64_t* arguments = stack.data() + (stack.size() - count);
-                const std::uint64_t value = i.code == CALL_OPAQUE ? r.call(callee, arguments, i.rep)
-                                                                  : intrinsic(i, arguments, outcome);
+                const std::uint64_t value =
+                    i.code == CALL_OPAQUE ? r.call(callee, arguments, i.rep) : intrinsic(i, arguments);
                 stack.resize(stack.size() - count);
                 push(value);
                 break;
@@ -958,38 +1012,43 @@ void PROGRAM::run(MEMORY& memory, OUTCOME& outcome, bool strict) const {
     if (outcome.fault == nullptr && !stack.empty()) outcome.value = stack.back();
 }
 
-std::uint64_t PROGRAM::intrinsic(const INSTRUCTION& i, const std::uint64_t* arguments, OUTCOME&) const {
+std::uint64_t PROGRAM::intrinsic(const INSTRUCTION& i, const std::uint64_t* arguments) const {
+    const INTRINSIC_ROW& row = INTRINSICS[i.kind];
     const std::vector<REP>& reps = callees_[i.place].arguments;
-    const auto number = [&](std::size_t k, bool is_signed) {
-        const std::uint64_t image = extend(convert(arguments[k], reps[k], i.rep), i.rep.bits, is_signed);
-        return is_signed ? static_cast<wide>(static_cast<std::int64_t>(image)) : static_cast<wide>(image);
-    };
-    const auto wrapped = [&i](wide v) {
-        return extend(static_cast<std::uint64_t>(v), i.rep.bits, i.rep.is_signed);
-    };
-    const wide most = (wide{1} << (i.rep.bits - 1)) - 1;
-    const auto saturated = [&](wide v) { return wrapped(std::clamp(v, -most - 1, most)); };
-    const REP single{REP::FLOATING, 32, false};
-    switch (i.kind) {
-        case SIGNED_MIN: return wrapped(std::min(number(0, true), number(1, true)));
-        case SIGNED_MAX: return wrapped(std::max(number(0, true), number(1, true)));
-        case UNSIGNED_MIN: return wrapped(std::min(number(0, false), number(1, false)));
-        case UNSIGNED_MAX: return wrapped(std::max(number(0, false), number(1, false)));
-        case FLOAT_MIN:
-        case FLOAT_MAX: {
-            const float a = single_of(convert(arguments[0], reps[0], single));
-            const float b = single_of(convert(arguments[1], reps[1], single));
-            return image_of((a < b) == (i.kind == FLOAT_MIN) ? a : b);
-        }
-        case SATURATING_ADD: return saturated(number(0, true) + number(1, true));
-        case SATURATING_SUB: return saturated(number(0, true) - number(1, true));
-        case SATURATING_SHIFT: return saturated(number(0, true) * (wide{1} << (arguments[1] & 63)));
-        case SATURATING_ABS: return saturated(number(0, true) < 0 ? -number(0, true) : number(0, true));
-        default: {
-            const std::size_t taken = RUNNING::is_true(reps[0], arguments[0]) ? 1 : 2;
-            return convert(arguments[taken], reps[taken], i.rep);
-        }
+    if (row.which == CHOICE) {
+        const std::size_t taken = RUNNING::is_true(reps[0], arguments[0]) ? 1 : 2;
+        return convert(arguments[taken], reps[taken], i.rep);
     }
+    const REP result = rep_of_letter(row.result, i.rep);
+    const auto image = [&](std::size_t k) {
+        return convert(arguments[k], reps[k], rep_of_letter(row.operands[k], reps[k]));
+    };
+    if (result.is_float()) { // the second operand where neither is less
+        const float a = single_of(image(0)), b = single_of(image(1));
+        return convert(image_of((row.which == LEAST ? a < b : a > b) ? a : b), result, i.rep);
+    }
+    const auto number = [&](std::size_t k) {
+        const bool is_signed = rep_of_letter(row.operands[k], reps[k]).is_signed;
+        return is_signed ? static_cast<wide>(static_cast<std::int64_t>(image(k)))
+                         : static_cast<wide>(image(k));
+    };
+    const auto saturated = [&result](wide v) {
+        const wide most = (wide{1} << (result.bits - 1)) - 1;
+        return std::clamp(v, -most - 1, most);
+    };
+    wide value = 0;
+    switch (row.which) {
+        case LEAST: value = std::min(number(0), number(1)); break;
+        case GREATEST: value = std::max(number(0), number(1)); break;
+        case SUM: value = saturated(number(0) + number(1)); break;
+        case DIFFERENCE: value = saturated(number(0) - number(1)); break;
+        case SHIFTED: value = saturated(number(0) * (wide{1} << static_cast<int>(number(1) % 32))); break;
+        case PRODUCT: value = number(0) * number(1); break;
+        case PRODUCT_OF_HIGH: value = (number(0) >> 16) * number(1); break;
+        case LOW: value = number(0); break;
+        default: value = number(0) >> 32; break;
+    }
+    return convert(extend(static_cast<std::uint64_t>(value), result.bits, result.is_signed), result, i.rep);
 }
 
 } // namespace prove

@@ -130,7 +130,7 @@ class PROGRAM {
         std::vector<REP> arguments;
     };
     struct RUNNING;
-    std::uint64_t intrinsic(const INSTRUCTION& i, const std::uint64_t* arguments, OUTCOME& outcome) const;
+    std::uint64_t intrinsic(const INSTRUCTION& i, const std::uint64_t* arguments) const;
     std::vector<INSTRUCTION> code_;
     std::vector<PLACE> places_;
     std::vector<CALLEE> callees_;

@@ -300,13 +300,16 @@ NODE* GENERATOR::integer(TYPE* type, int depth) {
     if (roll < 63) return conversion(type, depth);
     if (roll < 70) return effects_here() ? effect(type, depth) : integer(type, depth - 1);
     if (roll < 73) return intrinsic(type, depth);
-    if (roll < 79) return sum_shape(type, depth);
-    if (roll < 85) return mask_shape(type, depth);
-    if (roll < 88) return shift_shape(type, depth);
-    if (roll < 91) return quotient_shape(type, depth);
-    if (roll < 95) return to(type, comparison_shape(depth));
-    if (roll < 98) return truth_shape(type, depth);
-    return choice_shape(type, depth);
+    if (roll < 77) return sum_shape(type, depth);
+    if (roll < 79) return difference_shape(type, depth);
+    if (roll < 84) return mask_shape(type, depth);
+    if (roll < 87) return shift_shape(type, depth);
+    if (roll < 90) return quotient_shape(type, depth);
+    if (roll < 93) return to(type, comparison_shape(depth));
+    if (roll < 95) return to(type, percent(75) ? two_sided_shape(depth) : guarded_shape(type));
+    if (roll < 97) return truth_shape(type, depth);
+    if (roll < 99 || only_ != nullptr) return choice_shape(type, depth);
+    return to(type, pointer_shape(depth));
 }
 
 NODE* GENERATOR::shift(TYPE* type, int depth) {
@@ -394,15 +397,23 @@ NODE* GENERATOR::intrinsic(TYPE* type, int depth) {
         NODE* left = operand(type, depth - 1);
         return mk_ICALL(name, node(COMMA, left, operand(type, depth - 1), none), type);
     }
-    if (roll < 75) {
-        NODE* left = operand(int_type, depth - 1);
-        return to(type, mk_ICALL("_ssub", node(COMMA, left, operand(int_type, depth - 1), none), int_type));
-    }
-    if (roll < 87) {
-        TYPE* long_type = tp->int_type(IK_LONG);
-        NODE* left = operand(long_type, depth - 1);
-        NODE* count = percent(80) ? number(below(31), int_type) : operand(int_type, 0);
-        return to(type, mk_ICALL("_sshl", node(COMMA, left, count, none), long_type));
+    if (roll < 88) {
+        struct ROW {
+            const char* name;
+            IKIND left, right, result;
+        };
+        static constexpr ROW rows[] = {
+            {"_ssub", IK_INT, IK_INT, IK_INT},     {"_ssub2", IK_LONG, IK_LONG, IK_LONG},
+            {"_sadd", IK_INT, IK_INT, IK_INT},     {"_sadd2", IK_LONG, IK_LONG, IK_LONG},
+            {"_sshl", IK_INT, IK_UINT, IK_INT},    {"_sshl2", IK_LONG, IK_UINT, IK_LONG},
+            {"_mpy", IK_INT, IK_INT, IK_LONG},     {"_mpyu", IK_UINT, IK_UINT, IK_ULONG},
+            {"_mpysu", IK_INT, IK_UINT, IK_LONG},  {"_mpyli", IK_INT, IK_LONG, IK_LLONG},
+            {"_mpyhi", IK_LONG, IK_LONG, IK_LLONG}};
+        const ROW& row = random_.one_of(rows);
+        NODE* left = operand(tp->int_type(row.left), depth - 1);
+        TYPE* by = tp->int_type(row.right);
+        NODE* right = row.name[2] == 's' && percent(60) ? number(below(17), by) : operand(by, depth - 1);
+        return to(type, mk_ICALL(row.name, node(COMMA, left, right, none), tp->int_type(row.result)));
     }
     NODE* test = operand(int_type, depth - 1);
     NODE* first = operand(type, depth - 1);
@@ -416,7 +427,8 @@ NODE* GENERATOR::effect(TYPE* type, int depth) {
     const unsigned roll = below(100);
     if (roll < 30) return to(type, assignment(type, depth));
     if (roll < 55) return compound(type, depth);
-    if (roll < 62 && only_ == nullptr) return call(type, depth);
+    if (roll < 60 && only_ == nullptr) return call(type, depth);
+    if (roll < 63) return to(type, stored_shape(type, depth));
     if (roll < 65) {
         NODE* promise = node(NASSERT, before(tp->int_type(IK_INT), depth - 1), nullptr, tp->void_type());
         return node(COMMAOP, promise, after(type, depth - 1), type);
@@ -727,7 +739,7 @@ NODE* GENERATOR::choice_shape(TYPE* type, int depth) {
     const auto quest = [&](NODE* test, NODE* first, NODE* second) {
         return node(QUEST, test, node(COLON, first, second, type), type);
     };
-    switch (below(6)) {
+    switch (below(9)) {
         case 0: // minimum and maximum, also with the arms turned
         case 1: {
             NODE* test = node(op, copy(x), copy(y), int_type);
@@ -743,6 +755,27 @@ NODE* GENERATOR::choice_shape(TYPE* type, int depth) {
             NODE* test = condition(depth - 2);
             return quest(test, node(both, copy(x), y, type), node(both, x, constant(type), type));
         }
+        case 6: { // nested choices with an arm in common
+            NODE* inner = quest(condition(depth - 2), percent(50) ? copy(x) : constant(type), copy(y));
+            if (percent(30)) std::swap(inner->right->left, inner->right->right);
+            NODE* outer = percent(50) ? quest(condition(depth - 2), inner, percent(50) ? x : y)
+                                      : quest(condition(depth - 2), percent(50) ? x : y, inner);
+            return outer;
+        }
+        case 7: // the constant that the condition has found
+        {
+            NODE* k = constant(type);
+            NODE* test = node(percent(80) ? (percent(50) ? EQ : NEQ) : op, copy(x), k, int_type);
+            NODE* other = percent(50) ? copy(k) : constant(type);
+            return percent(50) ? quest(test, other, x) : quest(test, x, other);
+        }
+        case 8: { // limits
+            NODE* k = constant(type);
+            NODE* near =
+                percent(60) ? copy(k) : mk_ICON(k->u.lval + INT65::from_signed(percent(50) ? 1 : -1), type);
+            NODE* test = node(op, copy(x), k, int_type);
+            return percent(50) ? quest(test, near, x) : quest(test, x, near);
+        }
         case 4: { // the value or a constant, the condition being the value itself
             NODE* other = percent(50) ? number(below(3), type) : constant(type);
             return percent(50) ? quest(copy(x), x, other) : quest(copy(x), other, x);
@@ -753,6 +786,211 @@ NODE* GENERATOR::choice_shape(TYPE* type, int depth) {
             return percent(50) ? quest(test, negative, x) : quest(test, x, negative);
         }
     }
+}
+
+// Terms that cancel, and constants inside.
+NODE* GENERATOR::difference_shape(TYPE* type, int depth) {
+    NODE* x = pure(type, depth - 2);
+    NODE* y = pure(type, depth - 2);
+    const auto make = [&](int op, NODE* left, NODE* right) { return node(op, left, right, type); };
+    const auto negative = [&](NODE* tree) { return node(UMINUS, tree, nullptr, type); };
+    const int sign = percent(50) ? PLUS : MINUS;
+    switch (below(11)) {
+        case 0:
+            return percent(50) ? make(MINUS, x, make(sign, copy(x), y))
+                               : make(MINUS, y, make(sign, x, copy(y)));
+        case 1: { // (x + y) - (z + x)
+            NODE* z = pure(type, depth - 2);
+            NODE* first = percent(50) ? make(sign, x, y) : make(sign, y, x);
+            NODE* second =
+                percent(50) ? make(percent(50) ? PLUS : MINUS, z, copy(x)) : make(PLUS, copy(x), z);
+            return make(MINUS, first, second);
+        }
+        case 2: // (k - x) + y, (k - x) - (k2 - y)
+            return percent(50) ? make(sign, make(MINUS, constant(type), x), y)
+                               : make(sign, make(MINUS, constant(type), x), make(MINUS, constant(type), y));
+        case 3: { // x * z + y * z
+            NODE* z = pure(type, 0);
+            NODE* first = percent(50) ? make(MULT, x, z) : make(MULT, z, x);
+            NODE* again = copy(z);
+            return make(sign, first, percent(50) ? make(MULT, y, again) : make(MULT, again, y));
+        }
+        case 4: return make(percent(50) ? MULT : PLUS, negative(x), negative(y));
+        case 5: return make(MULT, negative(x), constant(type));
+        case 6: return make(sign, make(MULT, x, constant(type)), negative(make(MULT, y, constant(type))));
+        case 7: { // ~-x, -~x, ~(x + k), -(x - y)
+            NODE* inner = percent(40)   ? negative(x)
+                          : percent(50) ? make(sign, x, constant(type))
+                                        : make(sign, x, y);
+            return node(percent(60) ? NOTB : UMINUS, inner, nullptr, type);
+        }
+        case 8: { // (x >> k) * 2^k, (x / k) * k
+            const int k = static_cast<int>(below(static_cast<unsigned>(width(type) - 1)));
+            NODE* power = number(std::int64_t{1} << k, type);
+            NODE* whole =
+                percent(60) ? make(SRL, x, number(k, tp->int_type(IK_INT))) : make(DIV, x, copy(power));
+            return make(MULT, whole, power);
+        }
+        case 9: { // powers
+            NODE* first = make(EXPT, copy(x), number(below(5), type));
+            return make(MULT, first, percent(50) ? x : make(EXPT, x, number(below(4), type)));
+        }
+        default: return make(sign, make(MULT, x, y), make(MULT, copy(x), constant(type)));
+    }
+}
+
+// Comparisons of two trees that have much in common.
+NODE* GENERATOR::two_sided_shape(int depth) {
+    TYPE* type = integer_type();
+    TYPE* int_type = tp->int_type(IK_INT);
+    int op = comparison_operator(type);
+    NODE* x = pure(type, depth - 2);
+    NODE* y = pure(type, depth - 2);
+    const auto make = [&](int o, NODE* left, NODE* right) { return node(o, left, right, type); };
+    static constexpr int ops[] = {PLUS, MINUS, ANDB, ORB, XORB, MULT, MOD, SRL};
+    NODE *left = nullptr, *right = nullptr;
+    switch (below(9)) {
+        case 0: { // one operator on both sides
+            const int both = percent(50) ? NOTB : UMINUS;
+            left = node(both, x, nullptr, type);
+            right = node(both, y, nullptr, type);
+            break;
+        }
+        case 1: {
+            NODE* k = constant(type);
+            const int both = percent(60) ? MULT : random_.one_of(ops);
+            if (both == SRL) k->u.lval = INT65::from_signed(below(15));
+            left = make(both, x, k);
+            right = make(both, y, copy(k));
+            break;
+        }
+        case 2: // x + k1 and y + k2
+            left = make(PLUS, x, constant(type));
+            right = make(PLUS, y, constant(type));
+            break;
+        case 3: { // x op y against x
+            const int inner = random_.one_of(ops);
+            left = inner == SRL ? make(SRL, x, number(below(15), int_type)) : make(inner, x, y);
+            right = copy(percent(60) || inner == SRL ? x : y);
+            break;
+        }
+        case 4: // x op y against x op z
+            left = make(PLUS, x, y);
+            right = make(PLUS, percent(50) ? copy(x) : copy(y), pure(type, 0));
+            break;
+        case 5: // bits of y in x: (x & y) == y
+            op = percent(80) ? (percent(50) ? EQ : NEQ) : op;
+            left = percent(50) ? make(ANDB, x, y) : make(ANDB, y, x);
+            right = copy(y);
+            break;
+        case 6: { // a bit that moves: (x & (1 << n)) == (1 << n)
+            TYPE* count = tp->int_type(IK_INT);
+            NODE* bit = make(SLL, number(1, type), node(ANDB, pure(count, 0), number(7, count), count));
+            op = percent(80) ? (percent(50) ? EQ : NEQ) : op;
+            left = make(ANDB, x, bit);
+            right = copy(bit);
+            break;
+        }
+        case 7: { // two narrower values
+            TYPE* inner = other_type(type);
+            left = to(type, to(inner, x));
+            right = to(type, to(inner, y));
+            break;
+        }
+        default: left = make(percent(50) ? MINUS : XORB, x, y); right = number(below(2), type);
+    }
+    if (percent(40)) std::swap(left, right);
+    return node(op, left, right, int_type);
+}
+
+// a && b where b must not run without a, or may since a runs the same thing.
+NODE* GENERATOR::guarded_shape(TYPE* type) {
+    TYPE* int_type = tp->int_type(IK_INT);
+    pure_++;
+    const auto masked = [&](NODE* tree) {
+        return percent(50) ? node(ANDB, tree, number(std::int64_t{1} << below(15), tree->type), tree->type)
+                           : tree;
+    };
+    NODE *first = nullptr, *second = nullptr;
+    const unsigned roll = below(4);
+    if (roll == 0) { // the quotient only where the divisor is not zero
+        NODE* divisor = pure(type, 0);
+        first = percent(50) ? copy(divisor) : node(DIV, pure(type, 0), copy(divisor), type);
+        second = node(percent(50) ? DIV : MOD, pure(type, 0), divisor, type);
+    } else if (roll == 1) { // shifts by one count
+        NODE* count = pure(int_type, 0);
+        first = node(percent(50) ? SLL : SRL, pure(type, 0), copy(count), type);
+        second = node(percent(50) ? SLL : SRL, pure(type, 0), count, type);
+    } else { // members and elements
+        first = any_leaf(type);
+        second = percent(30) ? copy(first) : any_leaf(type);
+    }
+    pure_--;
+    return node(percent(50) ? ANDAND : OROR, masked(first), masked(second), int_type);
+}
+
+NODE* GENERATOR::pointer_shape(int depth) {
+    TYPE* int_type = tp->int_type(IK_INT);
+    TYPE* type = palette_.int_pointer_type;
+    NODE* first = pointer(type, depth - 1);
+    NODE* second = pointer(type, depth - 2);
+    if (percent(50)) { // the distance in elements
+        NODE* difference = node(MINUS, first, second, int_type);
+        return node(PVCONV, difference, number(percent(70) ? 16 : 32, int_type), int_type);
+    }
+    if (percent(30)) { // of other types
+        first = node(PCONV, first, nullptr, palette_.long_pointer_type);
+        second = node(PCONV, second, nullptr, palette_.long_pointer_type);
+    }
+    if (percent(15)) second = mk_ICON(INT65::from_signed(0), first->type);
+    return node(random_.one_of(UNSIGNED_RELATIONS), first, second, int_type);
+}
+
+// Assignments that say something about their own target, or stand in both arms.
+NODE* GENERATOR::stored_shape(TYPE* type, int depth) {
+    TYPE* int_type = tp->int_type(IK_INT);
+    SYMTAB* symbol = nullptr;
+    NODE* right = nullptr;
+    const unsigned roll = below(4);
+    pure_++;
+    NODE* test = condition(depth - 1);
+    no_writes_ |= current_.reads;
+    if (roll == 0) { // a truth value from another one
+        type = percent(50) ? tp->int_type(IK_BOOL) : int_type;
+        NODE* inner = percent(50) ? to(int_type, to(tp->int_type(IK_BOOL), test))
+                                  : node(ANDB, operand(int_type, 0), number(1, int_type), int_type);
+        right = to(type, node(percent(70) ? EQ : NEQ, inner, number(below(2), int_type), int_type));
+    } else {
+        right = operand(type, depth - 1);
+    }
+    NODE* other = roll == 3 ? operand(type, 0) : nullptr;
+    pure_--;
+    symbol = variable(type, true);
+    if (symbol == nullptr) return right;
+    if (roll == 1 && only_ == nullptr) { // x = (y = k)
+        SYMTAB* second = variable(type, true);
+        if (second != nullptr && second != symbol)
+            right = mk_ASG(mk_NAME(second), percent(60) ? number(0, type) : right);
+    } else if (roll == 2) { // x = k - x, x = (x + y) - z, x = y - (z - x)
+        std::uint64_t bit = 0;
+        for (const PALETTE::VARIABLE& v : palette_.scalars)
+            if (v.symbol == symbol) bit = v.bit;
+        if (may_read(bit)) {
+            NODE* same = mk_NAME(symbol);
+            NODE* k = constant(type);
+            const int sign = percent(50) ? PLUS : MINUS;
+            right = percent(40)   ? node(MINUS, node(sign, same, right, type), k, type)
+                    : percent(50) ? node(MINUS, right, node(sign, same, k, type), type)
+                                  : node(sign, node(PLUS, right, k, type), same, type);
+        }
+    } else if (roll == 3) { // c ? (x = a) : (x = b)
+        static constexpr int ops[] = {ASG, ASG, PLUSASG, ANDBASG, XORBASG, MULTASG};
+        const int op = random_.one_of(ops);
+        NODE* first = node(op, mk_NAME(symbol), right, type);
+        NODE* second = node(percent(85) ? op : ASG, mk_NAME(symbol), other, type);
+        return node(QUEST, test, node(COLON, first, second, type), type);
+    }
+    return mk_ASG(mk_NAME(symbol), right);
 }
 
 // --- Floating values and pointers.

@@ -92,6 +92,11 @@ class GENERATOR {
     NODE* comparison_shape(int depth);
     NODE* truth_shape(TYPE* type, int depth);
     NODE* choice_shape(TYPE* type, int depth);
+    NODE* difference_shape(TYPE* type, int depth);
+    NODE* two_sided_shape(int depth);
+    NODE* guarded_shape(TYPE* type);
+    NODE* pointer_shape(int depth);
+    NODE* stored_shape(TYPE* type, int depth);
 
     // Places. The variable of that type that may be read (or written) here, or null.
     SYMTAB* variable(TYPE* type, bool write);

@@ -17,6 +17,7 @@ class CFG : public IR_TEST {
         IR_TEST::SetUp();
         begin(function("fn"));
     }
+    void end() { end_uncleaned(); }
     // `if (x) y = 1; else y = 2;` inside a loop that runs while x is below 9.
     void build_loop() {
         label(1);

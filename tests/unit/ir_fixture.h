@@ -96,6 +96,12 @@ class IR_TEST : public ::testing::Test {
         currfunc = symbol;
         currfuninfo = find_FUNINFO(symbol);
     }
+    // The same, with the graph as the statements give it: nothing is cleaned.
+    void end_uncleaned() {
+        opt_client.build_flow_graph(at(99));
+        currfuninfo->is_defined = true;
+        functions.push_back(currfunc);
+    }
     // Leaves the function that `end` made current, so that another can begin.
     static void leave() {
         currfunc = nullptr;

@@ -92,7 +92,7 @@ TEST_F(FILE_TEST, BodyLeavesWithTheOperatorsItHad) {
     label(20);
     stmt(switch_on(name(y), comma(comma(case_of(1, 10), case_of(2, 30)), default_to(20))));
     stmt(ret(name(y)));
-    end();
+    end_uncleaned();
     EXPECT_EQ(written_statements(), "L1:\n"
                                     "CBRANCH(x L2)\n"
                                     "ASG(y 1)\n"
@@ -119,7 +119,7 @@ TEST_F(FILE_TEST, ConditionIsInvertedWhenItsFalseArmIsNext) {
     jump_over(tree(ANDAND, int_type, name(x), name(y)), 4);
     label(9);
     stmt(ret(icon(0)));
-    end();
+    end_uncleaned();
     // Thread each jump through the block that only branches, as a later pass does.
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
         NODE* transfer = last_statement(bb);
@@ -233,7 +233,7 @@ TEST_F(FILE_TEST, SymbolsLeaveAsTheyCame) {
     SYMTAB* inner = symbol("inner", int_type, SC_AUTO, 3);
     opt_client.cl_end_block(at(4));
     stmt(asg(inner, icon(1)));
-    end();
+    end_uncleaned();
     EXPECT_FALSE(p->type->is_const());
     sym_temp('t', -1, int_type, nullptr);
     EXPECT_EQ(currfuninfo->flags & 0x40022u, 0x40022u);

@@ -27,7 +27,7 @@ using namespace prove;
 namespace {
 
 const PALETTE& bare_palette() {
-    static const PALETTE the_palette;
+    static const PALETTE the_palette(false);
     return the_palette;
 }
 
@@ -89,7 +89,7 @@ void check_control(const std::vector<ROW>& rows) { check_rows("control", rows); 
 
 TEST(SimpQuest, ATargetWithoutMinimumKeepsTheConditional) {
     const PALETTE& variables = bare_palette();
-    if (find_target_BIF_descriptor("MIN") != nullptr) GTEST_SKIP() << "the table stands already";
+    ASSERT_EQ(find_target_BIF_descriptor("MIN"), nullptr);
     NODE* result = simp_tree(tree_of(variables, "i1 < i2 ? i1 : i2"), nullptr);
     EXPECT_EQ(tree_to_text(result), "i1 < i2 ? (i1 : i2)");
     erase_tree(result);

@@ -1,0 +1,404 @@
+// Blocks that do the same, and tests that are settled.
+//
+// Cross-jumping gives every block a class by what it does and where it goes on. Blocks are visited last
+// first, so that the classes of the targets are known; one hash of the statements finds the few blocks worth
+// a comparison. Of each class the first block stays, the others jump to it.
+//
+// A test is settled if a test above it in the dominator tree has decided it, and nothing between the two
+// changes what it reads. What a block may change is summed up once, so that a question costs a few blocks
+// and names, and each test asks about a bounded number of them.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
+#include <vector>
+
+#include "bblk.h"
+#include "bbutils.h"
+#include "buildcfg.h"
+#include "congruent.h"
+#include "copy.h"
+#include "debug.h"
+#include "dominator.h"
+#include "dump.h"
+#include "erase.h"
+#include "fileopt.h"
+#include "files.h"
+#include "node.h"
+#include "opcodes.h"
+#include "opt_expr.h"
+#include "simp.h"
+#include "simpcfg.h"
+#include "simpcfg_rules.h"
+#include "symbol.h"
+#include "types.h"
+
+using namespace op;
+
+namespace {
+
+// --- Cross-jumping.
+
+class CROSS_JUMPER {
+  public:
+    bool run();
+
+  private:
+    struct STATE {
+        const BBLK* target_class = nullptr; // of a block with one successor: its class
+        std::uint64_t hash = 0;
+        BBLK* representative = nullptr; // of the block's class: the member seen first
+        BBLK* first = nullptr;          // of a representative: the member that stays
+    };
+    STATE& state(const BBLK* bb) { return states_[bb->id]; }
+
+    bool takes_part(const BBLK* bb, const NODE* transfer) const;
+    std::uint64_t hash_of(const BBLK* bb);
+    bool do_the_same(BBLK* a, BBLK* b);
+    void classify(BBLK* bb);
+    bool merge_classes();
+
+    std::vector<STATE> states_;
+    std::unordered_map<std::uint64_t, std::vector<BBLK*>> representatives_; // by hash; never walked
+};
+
+// Different blocks of one hash that are compared with a new one.
+constexpr std::size_t MAX_CANDIDATES = 8;
+
+bool is_loop_block(const BBLK* bb) { return bb->loop != nullptr && bb->loop->level > 0; }
+
+bool CROSS_JUMPER::takes_part(const BBLK* bb, const NODE* transfer) const {
+    if (bb == currfuninfo->bb_list) return false;
+    if (transfer->op == BRANCH) return bb->statements->first != transfer;
+    if (transfer->op != RETURN) return false;
+    if (!is_loop_block(bb)) return true;
+    for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+        if (!ok_to_dupe_stmt(cell->first)) return false;
+    return true;
+}
+
+void mix(std::uint64_t& hash, std::uint64_t value) {
+    hash = (hash ^ value) * 0x9e3779b97f4a7c15u + 0x7f4a7c15u;
+}
+
+std::uint64_t CROSS_JUMPER::hash_of(const BBLK* bb) {
+    std::uint64_t hash = 0;
+    for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
+        const NODE* statement = cell->first;
+        if (statement->op == BRANCH) {
+            mix(hash, state(bb).target_class->id);
+            break;
+        }
+        walk_tree(cell->first, [&hash](const NODE* node) {
+            mix(hash, static_cast<std::uint64_t>(node->op));
+            if (node->op == NAME) mix(hash, std::hash<std::string_view>()(node->symbol()->name));
+            if (node->op == ICON) mix(hash, node->u.lval.bits());
+        });
+    }
+    return hash;
+}
+
+// Whether an edge goes backwards, as far as the layout tells.
+bool goes_back(const BBLK* bb, const NODE* transfer) {
+    return transfer->op == BRANCH && bb->dfn >= target_of(transfer)->dfn;
+}
+
+// Blocks of one hash. To join a way into a loop with one around it would give the loop a second entry.
+bool CROSS_JUMPER::do_the_same(BBLK* a, BBLK* b) {
+    if (a->loop != b->loop || state(a).target_class != state(b).target_class) return false;
+    const LIST *x = a->statements, *y = b->statements;
+    for (; x != nullptr && y != nullptr; x = x->next, y = y->next) {
+        if (x->first->op == BRANCH && y->first->op == BRANCH)
+            return goes_back(a, x->first) == goes_back(b, y->first);
+        // A constant of another type makes another argument, so types must be the same.
+        if (!trees_are_congruent_se_ok(x->first, y->first, 1)) return false;
+    }
+    return x == y;
+}
+
+void CROSS_JUMPER::classify(BBLK* bb) {
+    STATE& block = state(bb);
+    block.representative = block.first = bb;
+    const NODE* transfer = last_statement(bb);
+    if (transfer->op == BRANCH) block.target_class = state(target_of(transfer)).representative;
+    // The target stands behind the block that goes back to it: its class is not known yet.
+    if (transfer->op == BRANCH && block.target_class == nullptr) block.target_class = target_of(transfer);
+    if (!takes_part(bb, transfer)) return;
+    std::vector<BBLK*>& candidates = representatives_[hash_of(bb)];
+    for (BBLK* candidate : candidates) {
+        if (!do_the_same(candidate, bb)) continue;
+        block.representative = candidate;
+        state(candidate).first = bb;
+        return;
+    }
+    if (candidates.size() < MAX_CANDIDATES) candidates.push_back(bb);
+}
+
+bool CROSS_JUMPER::merge_classes() {
+    bool merged = false;
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
+        BBLK* first = state(state(bb).representative).first;
+        if (first == bb) continue;
+        dprintf("\n\tBB %d is redundant with BB %d\n", bb->dfn, first->dfn);
+        NODE* branch = mk_BRANCH(first, nullptr);
+        LIST* cell = mkelist(branch, nullptr, bb->statements->psn);
+        erase_tree_list(bb->statements);
+        bb->statements = cell;
+        merged = true;
+    }
+    return merged;
+}
+
+bool CROSS_JUMPER::run() {
+    // Calls that look the same may stand in regions of different handlers.
+    if (!currfuninfo->eht.empty()) return false;
+    states_.resize(currfuninfo->blocks.size());
+    BBLK* const first = currfuninfo->bb_list;
+    for (BBLK* bb = first->prev;; bb = bb->prev) {
+        classify(bb);
+        if (bb == first) break;
+    }
+    return merge_classes();
+}
+
+// --- What blocks change, and tests read.
+
+// What an evaluation may change.
+struct CHANGES {
+    bool memory = false; // a store through a pointer, a call
+    bool all = false;    // text that nobody reads
+    std::vector<const SYMTAB*> symbols;
+};
+
+struct READS {
+    bool memory = false;
+    std::vector<const SYMTAB*> symbols;
+};
+
+class EFFECTS {
+  public:
+    EFFECTS();
+    const CHANGES& of(const BBLK* bb) const { return changes_[bb->id]; }
+    READS reads_of(NODE* tree) const;
+    bool calls_setjmp() const { return calls_setjmp_; }
+
+  private:
+    void find_exposed(NODE* tree);
+    void note(NODE* node, CHANGES& changes) const;
+    bool is_memory(const SYMTAB* symbol) const;
+
+    std::unordered_set<const SYMTAB*> exposed_; // locals that are reached by other ways; never walked
+    std::vector<CHANGES> changes_;              // by block
+    bool calls_setjmp_ = false;
+    bool has_open_arguments_ = false; // the address of one leads to the others
+};
+
+const SYMTAB* named_object(const NODE* place) {
+    while (place != nullptr && place->op == STDOT) place = place->left;
+    return place != nullptr && place->op == NAME ? place->symbol() : nullptr;
+}
+
+void EFFECTS::find_exposed(NODE* tree) {
+    walk_tree(tree, [this](NODE* node) {
+        if (node->op == UAND || node->op == ARGREF) {
+            if (const SYMTAB* symbol = named_object(node->left)) exposed_.insert(symbol);
+        } else if (node->op == CALL || node->op == UCALL) {
+            const SYMTAB* callee = get_callee_for_call(node);
+            if (callee == nullptr) return;
+            const std::string_view name = skip_name_prefix(callee->name);
+            calls_setjmp_ = calls_setjmp_ || name == "setjmp" || name == "sigsetjmp";
+        }
+    });
+}
+
+bool EFFECTS::is_memory(const SYMTAB* symbol) const {
+    return symbol->level == 0 || symbol->sclass == SC_STATIC || (has_open_arguments_ && symbol->level == 1) ||
+           exposed_.count(symbol) != 0;
+}
+
+void EFFECTS::note(NODE* node, CHANGES& changes) const {
+    if (opcode_is_ASG(node->op)) {
+        const SYMTAB* symbol = named_object(node->left);
+        if (symbol != nullptr) changes.symbols.push_back(symbol);
+        if (symbol == nullptr || is_memory(symbol)) changes.memory = true;
+        return;
+    }
+    switch (node->op) {
+        case CALL:
+        case UCALL:
+        case MEMCPY: changes.memory = true; break;
+        case ASM: changes.all = changes.all || !is_comment(node); break;
+        case MCALL:
+        case UMCALL: // what its ARGREFs name is exposed
+            changes.memory = true;
+            break;
+        default: break;
+    }
+}
+
+EFFECTS::EFFECTS() : changes_(currfuninfo->blocks.size()) {
+    for (const SYMTAB* symbol = currfuninfo->params; symbol != nullptr; symbol = symbol->next)
+        has_open_arguments_ = has_open_arguments_ || symbol->class_as_read == SC_VARARG;
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) find_exposed(cell->first);
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
+        CHANGES& changes = changes_[bb->id];
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+            walk_tree(cell->first, [&](NODE* node) { note(node, changes); });
+    }
+}
+
+READS EFFECTS::reads_of(NODE* tree) const {
+    READS reads;
+    walk_tree(tree, [&](const NODE* node) {
+        if (node->op == UMULT || node->op == STREF) reads.memory = true;
+        if (node->op != NAME) return;
+        reads.symbols.push_back(node->symbol());
+        if (is_memory(node->symbol())) reads.memory = true;
+    });
+    return reads;
+}
+
+// --- Settled tests.
+
+// Whether what the tree reads is the same behind the block. Takes what it looks at from the budget.
+bool bb_modifies_lvalue_in_tree(const CHANGES& changes, const READS& reads, int& budget) {
+    if (changes.all || (changes.memory && reads.memory)) return true;
+    for (const SYMTAB* symbol : changes.symbols) {
+        if (--budget < 0) return true;
+        if (std::find(reads.symbols.begin(), reads.symbols.end(), symbol) != reads.symbols.end()) return true;
+    }
+    return false;
+}
+
+// What the test `known`, whose outcome is `truth`, says of another: 1, 0, or -1 for nothing.
+int pred_implies_pred(NODE* known, bool truth, NODE* asked) {
+    std::map<int, int> outcomes{{0, truth ? 1 : 0}};
+    NODE* answer = simp_redundant_test(copy_tree(asked, false), outcomes, {known}, nullptr);
+    const int outcome = answer->op != ICON ? -1 : answer->u.lval.is_zero() ? 0 : 1;
+    erase_tree(answer);
+    return outcome;
+}
+
+class REDUNDANT_IFS {
+  public:
+    bool run();
+
+  private:
+    static constexpr int MAX_TEST_NODES = 64;
+    static constexpr int MAX_LEVELS = 16;    // of the dominator tree, above one test
+    static constexpr int MAX_BLOCKS = 64;    // between a test and the one that settles it
+    static constexpr int MAX_CHANGES = 1024; // symbols that these blocks change
+
+    struct SETTLED {
+        BBLK* bb;
+        BBLK* by;
+        NODE* label; // where the test leads
+    };
+
+    BBLK* above(const BBLK* bb) const;
+    bool may_be_asked(NODE* test) const;
+    bool passes_unchanged(BBLK* from, const BBLK* to, const READS& reads, int& blocks, int& budget) const;
+    void look_at(BBLK* bb);
+
+    const EFFECTS effects_;
+    std::vector<int> idom_; // of the graph at the start
+    std::vector<BBLK*> dfn_to_bb_;
+    std::vector<SETTLED> settled_;
+};
+
+BBLK* REDUNDANT_IFS::above(const BBLK* bb) const {
+    const int dfn = idom_[static_cast<std::size_t>(bb->dfn)];
+    return dfn > 0 ? dfn_to_bb_[static_cast<std::size_t>(dfn)] : nullptr;
+}
+
+bool REDUNDANT_IFS::may_be_asked(NODE* test) const {
+    int size = 0;
+    return !any_node(test, [&size](const NODE* node) {
+        return ++size > MAX_TEST_NODES || side_effects[node->op] != SE_NONE || node_is_volatile_access(node);
+    });
+}
+
+// Looks at all blocks on the ways from `to`, which dominates `from`, to `from`, without these two.
+bool REDUNDANT_IFS::passes_unchanged(BBLK* from, const BBLK* to, const READS& reads, int& blocks,
+                                     int& budget) const {
+    BLOCK_SET seen;
+    std::vector<const BBLK*> pending{from};
+    while (!pending.empty()) {
+        const BBLK* bb = pending.back();
+        pending.pop_back();
+        for (const EDGE* edge = bb->predecessors; edge != nullptr; edge = edge->next) {
+            if (edge->bb == to || !seen.insert(edge->bb)) continue;
+            if (--blocks < 0 || bb_modifies_lvalue_in_tree(effects_.of(edge->bb), reads, budget))
+                return false;
+            pending.push_back(edge->bb);
+        }
+    }
+    return true;
+}
+
+void REDUNDANT_IFS::look_at(BBLK* bb) {
+    const NODE* fork = last_statement(bb);
+    if (fork->op != IF || fork->left->op == ICON || !may_be_asked(fork->left)) return;
+    const READS reads = effects_.reads_of(fork->left);
+    int blocks = MAX_BLOCKS;
+    int budget = MAX_CHANGES;
+    BBLK* below = bb;
+    for (int level = 0; level < MAX_LEVELS; level++) {
+        BBLK* dominator = above(below);
+        if (dominator == nullptr || bb_modifies_lvalue_in_tree(effects_.of(below), reads, budget)) return;
+        const NODE* known = last_statement(dominator);
+        const EDGE* entry = below->predecessors;
+        if (known->op == IF && entry->bb == dominator && entry->next == nullptr && !below->is_kept &&
+            known->right->left->label->bb != known->right->right->label->bb && may_be_asked(known->left)) {
+            const bool truth = known->right->left->label->bb == below;
+            const int outcome = pred_implies_pred(known->left, truth, fork->left);
+            if (outcome >= 0) {
+                settled_.push_back({bb, dominator, outcome == 1 ? fork->right->left : fork->right->right});
+                return;
+            }
+        }
+        if (!passes_unchanged(below, dominator, reads, blocks, budget)) return;
+        below = dominator;
+    }
+}
+
+bool REDUNDANT_IFS::run() {
+    // A second return of setjmp comes to a test from a place that no edge shows; so does a handler.
+    if (effects_.calls_setjmp() || !currfuninfo->eht.empty()) return false;
+    Dominator& dominators = compute_dominators(true);
+    idom_ = dominators.idom;
+    dfn_to_bb_ = dominators.dfn_to_bblk;
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) look_at(bb);
+    for (const SETTLED& settled : settled_) {
+        LIST* last = last_cell(settled.bb);
+        dprintf("\n\tIF in bb %d is redundant with bb %d:\n\t\t%s\n", settled.bb->dfn, settled.by->dfn,
+                tree_to_text(last->first->left).c_str());
+        BBLK* bb = last != settled.bb->statements ? split_block(settled.bb, last, false) : settled.bb;
+        settle_transfer(last_cell(bb), settled.label);
+    }
+    return !settled_.empty();
+}
+
+} // namespace
+
+bool cross_jump() {
+    if (opt_level() == 0 || currfuninfo->bb_list == nullptr) return false;
+    dprintf("\n\n\t\t\t---------- ENTERING 'cross_jump' ----------\n");
+    return CROSS_JUMPER().run();
+}
+
+bool remove_redundant_ifs() { return opt_level() > 0 && REDUNDANT_IFS().run(); }
+
+void do_early_cross_jumping() {
+    const auto renew = [] {
+        rebuildcfg();
+        renumber_bblocks();
+    };
+    if (cross_jump()) renew();
+    if (remove_redundant_ifs()) renew();
+}
