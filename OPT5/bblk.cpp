@@ -265,6 +265,31 @@ void clear_visited() {
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) bb->visited = 0;
 }
 
+void append_post_order(BBLK* root, EDGE* BBLK::*edges, std::vector<BBLK*>& finished) {
+    struct OPEN {
+        BBLK* bb;
+        const EDGE* rest;
+    };
+    std::vector<OPEN> open;
+    const auto enter = [&](BBLK* bb) {
+        if (bb->visited != 0) return;
+        bb->visited = 1;
+        open.push_back({bb, bb->*edges});
+    };
+    enter(root);
+    while (!open.empty()) {
+        OPEN& top = open.back();
+        if (top.rest == nullptr) {
+            finished.push_back(top.bb);
+            open.pop_back();
+            continue;
+        }
+        BBLK* bb = top.rest->bb;
+        top.rest = top.rest->next;
+        enter(bb);
+    }
+}
+
 void remap_labelrefs(NODE* tree, BBLK* old_bb, BBLK* new_bb) {
     LBL* label = label_of(new_bb);
     for_each_labelref(tree, [=](NODE* node) {

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 #include "serial_object.h"
 
@@ -125,6 +126,9 @@ void delink_old_bb(BBLK* bb); // out of the block list; edges and statements sta
 bool BB_is_in_bb_list(const BBLK* bb);
 void renumber_bblocks(); // DFNs, bb_count, label numbers
 void clear_visited();
+// Appends the blocks not visited yet that can be reached from `root` along `edges`, each behind what it
+// reaches, and marks them visited.
+void append_post_order(BBLK* root, EDGE* BBLK::*edges, std::vector<BBLK*>& finished);
 // Places a new block, which branches to `to`, behind `from` and on the edge between the two, and returns it.
 // The edge must come from a label reference.
 BBLK* split_cfg_edge(BBLK* from, BBLK* to);

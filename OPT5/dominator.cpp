@@ -36,36 +36,6 @@ Dominator& compute_dominators(bool anew) {
 
 // --- Building.
 
-namespace {
-
-// Appends the blocks that can be reached from `root` along `edges`, each behind all that it reaches first.
-void append_post_order(BBLK* root, EDGE* BBLK::*edges, std::vector<BBLK*>& finished) {
-    struct OPEN {
-        BBLK* bb;
-        const EDGE* rest;
-    };
-    std::vector<OPEN> open;
-    const auto enter = [&](BBLK* bb) {
-        if (bb->visited != 0) return;
-        bb->visited = 1;
-        open.push_back({bb, bb->*edges});
-    };
-    enter(root);
-    while (!open.empty()) {
-        OPEN& top = open.back();
-        if (top.rest == nullptr) {
-            finished.push_back(top.bb);
-            open.pop_back();
-            continue;
-        }
-        BBLK* bb = top.rest->bb;
-        top.rest = top.rest->next;
-        enter(bb);
-    }
-}
-
-} // namespace
-
 void Dominator::descend(BBLK* root, std::vector<BBLK*>& finished) {
     append_post_order(root, &BBLK::successors, finished);
 }

@@ -11,6 +11,7 @@
 #include "congruent.h"
 #include "copy.h"
 #include "copyprop.h"
+#include "dead_assigns.h"
 #include "debug.h"
 #include "def_use.h"
 #include "dump.h"
@@ -180,14 +181,16 @@ void fast_CP(int limit, int full) {
     alias_vars = alias_vars_in_force;
     sym_split(currfuninfo);
 
+    bool replaced = false;
     for (int round = 0; round < limit; round++) {
         dprintf("\n\n\t\t\t---------- ENTERING 'fast_CP' -----------------\n");
         currfuninfo->snmap.clear();
         find_single_assignments();
         bool settled = false;
-        substitute(settled);
+        if (substitute(settled)) replaced = true;
         if (!settled) break;
         repair_flow();
     }
+    if (full != 0 || replaced) elim_dead_assigns(false, true);
     currfuninfo->snmap.clear();
 }

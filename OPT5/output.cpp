@@ -1,7 +1,8 @@
 // The step "output function".
 //
 // Trees: they get the form that suits the code generator, with every conversion that the file asks for;
-// locals of the outermost scope that no tree names any more lose their symbol. Requires edges and blocks;
+// locals of the outermost scope that no tree names any more lose their symbol; assignments to locals that
+// nobody reads go. Requires edges and blocks;
 // behind it the body is gone. Linear in the function.
 
 #include "output.h"
@@ -10,6 +11,7 @@
 
 #include "bblk.h"
 #include "casts.h"
+#include "dead_assigns.h"
 #include "debug.h"
 #include "erase.h"
 #include "fileopt.h"
@@ -68,6 +70,7 @@ void drop_unused_locals() {
 
 void output_function() {
     drop_unused_locals();
+    elim_dead_assigns(false, false);
     if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
         write_func_header();
         fold_ANDBASGs();

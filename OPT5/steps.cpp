@@ -7,6 +7,7 @@
 #include "steps.h"
 
 #include "copyprop.h"
+#include "dead_assigns.h"
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
@@ -32,6 +33,10 @@ void straighten_cond_paths() {
 
 void pass_2_inits() { simpcfg(false, false); }
 
+void clean_values_in_pass_1() {
+    fast_CP(4, 0);
+    elim_dead_assigns(false, false);
+}
 void fast_CP_in_pass_1() { fast_CP(4, 0); }
 void fast_CP_with_combining() { fast_CP(4, 1); }
 void combine_and_clean_up() { fast_CP(0, 1); }
@@ -43,8 +48,8 @@ constexpr char EMPTY_HERE[] = "nothing: empty in this target";
 
 const STEP_ROW step_table[STEP_COUNT] = {
     // The clean-up of each function on its own, ahead of the whole-program steps that read it.
-    {0, "pass 1 fcp/eda", false, LEVEL_2_UP, fast_CP_in_pass_1,
-     "replaces uses of values that are assigned once"},
+    {0, "pass 1 fcp/eda", false, LEVEL_2_UP, clean_values_in_pass_1,
+     "replaces uses of values that are assigned once; drops assignments that nothing reads"},
     {1, "pass 1 fast_CP(4,0)", false, ANY_LEVEL, fast_CP_in_pass_1,
      "replaces uses of values that are assigned once"},
     {2, "value propagation for pass 1", false, LEVEL_2_UP, nullptr, NOT_BUILT},
@@ -75,7 +80,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {22, "non-DD SSA EDA", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {23, "SSA RP with benign loads", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {24, "expand bitfields", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {25, "fast_CP(0,1)", false, ANY_LEVEL, combine_and_clean_up, "joins assignments to one place"},
+    {25, "fast_CP(0,1)", false, ANY_LEVEL, combine_and_clean_up,
+     "joins assignments to one place; drops assignments that nothing reads"},
     {26, "add profile loop annotations", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {27, "CD vectorizations", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // The dependence-driven group: loops are normalised and have a hierarchy inside each of these.

@@ -1,46 +1,19 @@
 // Dominators and post-dominators, against their definition.
 
 #include <ctime>
-#include <random>
 #include <stdexcept>
 
 #include "OPT5/buildcfg.h"
 #include "OPT5/dominator.h"
 #include "OPT5/erase.h"
-#include "ir_fixture.h"
+#include "random_graph.h"
 
 namespace {
 
 using GRAPH = std::vector<std::vector<int>>; // by DFN
 
-class DOMINATORS : public IR_TEST {
+class DOMINATORS : public RANDOM_GRAPH_TEST {
   protected:
-    void SetUp() override {
-        IR_TEST::SetUp();
-        begin(function("fn"));
-    }
-    // A body of `count` labelled parts that jump as `random` says.
-    void build_random(std::mt19937& random, unsigned count, bool returns) {
-        const auto some_label = [&] { return 1 + random() % count; };
-        for (unsigned i = 1; i <= count; i++) {
-            label(i);
-            stmt(inc(x));
-            switch (random() % 6) {
-                case 0: stmt(branch(some_label())); break;
-                case 1:
-                case 2: stmt(cbranch(name(y), some_label())); break;
-                case 3:
-                    stmt(switch_on(name(y), comma(case_of(1, some_label()), default_to(some_label()))));
-                    break;
-                case 4:
-                    if (returns) stmt(ret(name(x)));
-                    break;
-                default: break;
-            }
-        }
-        if (!returns) stmt(branch(some_label()));
-        end();
-    }
     static std::vector<int> successors_of(const BBLK* bb) {
         std::vector<int> list;
         for (const EDGE* edge = bb->successors; edge != nullptr; edge = edge->next)
@@ -138,11 +111,8 @@ class DOMINATORS : public IR_TEST {
 TEST_F(DOMINATORS, RandomGraphsFollowTheDefinition) {
     std::mt19937 random(7);
     for (int round = 0; round < 4000 && !HasFailure(); round++) {
-        if (round > 0) {
-            erase_current();
-            begin(function(("f" + std::to_string(round)).c_str()));
-        }
-        build_random(random, 2 + random() % 14, round % 3 != 0);
+        begin_another(0);
+        build_random(random, 2 + random() % 14, round % 3 != 0, [this](unsigned) { stmt(inc(x)); });
         SCOPED_TRACE(graph());
         check_against_definition();
     }

@@ -1,0 +1,248 @@
+#include "accesses.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "bblk.h"
+#include "bbutils.h"
+#include "fileopt.h"
+#include "files.h"
+#include "node.h"
+#include "opcodes.h"
+#include "opt_expr.h"
+#include "symbol.h"
+#include "types.h"
+
+using namespace op;
+
+namespace {
+
+bool is_local(const NODE* name) { return name->symbol()->level > 0; }
+
+// Whether reaching the place, a member of a member..., is volatile on the way.
+bool place_is_volatile(const NODE* place) {
+    for (; place->op == STDOT; place = place->left)
+        if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return true;
+    return node_is_volatile_access(place);
+}
+
+// The NAME that the place is or takes a part of, by whatever operator.
+NODE* name_under_place(NODE* place) {
+    for (;;) {
+        switch (place->op) {
+            case NAME: return place;
+            case STDOT:
+            case STFIELD:
+            case VFIELD:
+            case REAL:
+            case IMAG:
+            case SIMDHI:
+            case SIMDLO: place = place->left; break;
+            default: return nullptr;
+        }
+    }
+}
+
+class LISTER {
+  public:
+    explicit LISTER(std::vector<ACCESS>& accesses) : accesses_(accesses) {}
+
+    void run(NODE* statement) {
+        if (tree_is_arg_prolog(statement)) return list_prolog(statement);
+        push(statement, false);
+        while (!pending_.empty()) {
+            const ITEM item = pending_.back();
+            pending_.pop_back();
+            if (item.is_access) {
+                accesses_.push_back(item.access);
+            } else {
+                visit(item.access.name, item.access.conditional);
+            }
+        }
+    }
+
+  private:
+    // A tree to visit, in the access's `name`, or an access whose turn comes behind what is on top.
+    struct ITEM {
+        ACCESS access;
+        bool is_access;
+    };
+
+    void push(NODE* tree, bool conditional) {
+        if (tree != nullptr) pending_.push_back({{tree, nullptr, ACC_READ, conditional}, false});
+    }
+    void push_access(NODE* name, NODE* assignment, ACCESS_KIND kind, bool conditional) {
+        if (is_local(name)) pending_.push_back({{name, assignment, kind, conditional}, true});
+    }
+    void emit(NODE* name, ACCESS_KIND kind, bool conditional) {
+        if (is_local(name)) accesses_.push_back({name, nullptr, kind, conditional});
+    }
+    void push_operands(NODE* node, bool conditional) {
+        push(node->right, conditional);
+        push(node->left, conditional);
+    }
+    void list_prolog(NODE* statement) {
+        const std::size_t first = accesses_.size();
+        for (NODE* node = statement; node != nullptr;) {
+            NODE* received = node->op == PCOMMA ? node->right : node;
+            accesses_.push_back({received->left, received, ACC_WRITE, false});
+            node = node->op == PCOMMA ? node->left : nullptr;
+        }
+        std::reverse(accesses_.begin() + static_cast<std::ptrdiff_t>(first), accesses_.end());
+    }
+    // The object in a way that reads and writes do not describe.
+    void visit_taken(NODE* place, bool conditional) {
+        if (NODE* name = name_under_place(place)) {
+            emit(name, ACC_TAKEN, conditional);
+        } else {
+            push(place, conditional);
+        }
+    }
+    void visit_assignment(NODE* node, bool conditional) {
+        NODE* name = node->op == ARASG ? nullptr : name_of_place(node->left);
+        if (name == nullptr) {
+            if (name_under_place(node->left) != nullptr) {
+                push_access(name_under_place(node->left), nullptr, ACC_TAKEN, conditional);
+            } else {
+                push(node->left, conditional);
+            }
+        } else if (place_is_volatile(node->left)) {
+            push_access(name, nullptr, ACC_TAKEN, conditional);
+        } else {
+            push_access(name, node, node->left == name ? ACC_WRITE : ACC_PART_WRITE, conditional);
+            if (node->op != ASG && node->op != STASG) push_access(name, node, ACC_READ, conditional);
+        }
+        push(node->right, conditional);
+    }
+    void visit(NODE* node, bool conditional) {
+        switch (node->op) {
+            case NAME: emit(node, node_is_volatile_access(node) ? ACC_TAKEN : ACC_READ, conditional); return;
+            case STDOT:
+                if (NODE* name = name_of_place(node)) {
+                    emit(name, place_is_volatile(node) ? ACC_TAKEN : ACC_READ, conditional);
+                } else {
+                    push(node->left, conditional);
+                }
+                return;
+            case UAND:
+            case ARGREF: visit_taken(node->left, conditional); return;
+            case BRANCH:
+            case LABEL:
+            case LABELDEF: return;
+            case IF:
+            case SWITCH: push(node->left, conditional); return;
+            case ANDAND:
+            case OROR:
+                push(node->right, true);
+                push(node->left, conditional);
+                return;
+            case QUEST:
+                push(node->right->right, true);
+                push(node->right->left, true);
+                push(node->left, conditional);
+                return;
+            default:
+                if (opcode_is_ASG(node->op)) {
+                    visit_assignment(node, conditional);
+                } else {
+                    push_operands(node, conditional);
+                }
+                return;
+        }
+    }
+
+    std::vector<ACCESS>& accesses_;
+    std::vector<ITEM> pending_;
+};
+
+bool may_be_private(const SYMTAB* symbol) {
+    if (symbol->class_as_read == SC_VARARG) return false; // the further arguments are read from its address
+    switch (symbol->sclass) {
+        case SC_AUTO:
+        case SC_REGISTER:
+        case SC_PARM:
+        case SC_REGPARM: break;
+        default:
+            return false; // above the last named parameter further arguments are read through its address
+    }
+    return symbol->level > 0 && !symbol->otype->is_volatile() && !symbol->type->is_volatile();
+}
+
+} // namespace
+
+void list_accesses(NODE* statement, std::vector<ACCESS>& accesses) { LISTER(accesses).run(statement); }
+
+NODE* name_of_place(NODE* place) {
+    while (place->op == STDOT) place = place->left;
+    return place->op == NAME ? place : nullptr;
+}
+
+PRIVATE_SYMBOLS::PRIVATE_SYMBOLS() {
+    numbers_.assign(currfuninfo->next_serial, -1);
+    consider(currfuninfo->params);
+    consider(currfuninfo->locals);
+    consider(currfuninfo->temps);
+    std::vector<ACCESS> accesses;
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+            scan(cell->first, accesses);
+    if (!currfuninfo->eht.empty()) flow_is_known_ = false;
+    for (const EHT_ENTRY& entry : currfuninfo->eht) exclude(static_cast<NODE*>(entry.tree));
+    compact();
+}
+
+void PRIVATE_SYMBOLS::consider(SYMTAB* list) {
+    for (SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next) {
+        if (!may_be_private(symbol) || symbol->serial >= numbers_.size()) continue;
+        numbers_[symbol->serial] = count();
+        symbols_.push_back(symbol);
+    }
+}
+
+namespace {
+
+bool is_setjmp(NODE* node) {
+    if (node->op != CALL && node->op != UCALL) return false;
+    const SYMTAB* callee = get_callee_for_call(node);
+    return callee != nullptr && std::strcmp(skip_name_prefix(callee->name), "setjmp") == 0;
+}
+
+} // namespace
+
+void PRIVATE_SYMBOLS::scan(NODE* tree, std::vector<ACCESS>& accesses) {
+    if (flow_is_known_ && any_node(tree, is_setjmp)) flow_is_known_ = false;
+    accesses.clear();
+    list_accesses(tree, accesses);
+    for (const ACCESS& access : accesses) {
+        if (access.kind != ACC_TAKEN) continue;
+        const int number = number_of(access.name->symbol());
+        if (number >= 0) symbols_[static_cast<std::size_t>(number)] = nullptr;
+    }
+}
+
+void PRIVATE_SYMBOLS::exclude(NODE* tree) {
+    walk_tree(tree, [this](NODE* node) {
+        if (node->op != NAME) return;
+        const int number = number_of(node->symbol());
+        if (number >= 0) symbols_[static_cast<std::size_t>(number)] = nullptr;
+    });
+}
+
+// Closes the gaps that excluded symbols have left.
+void PRIVATE_SYMBOLS::compact() {
+    for (int& number : numbers_)
+        if (number >= 0 && symbol(number) == nullptr) number = -1;
+    std::size_t kept = 0;
+    for (SYMTAB* symbol : symbols_) {
+        if (symbol == nullptr) continue;
+        numbers_[symbol->serial] = static_cast<int>(kept);
+        symbols_[kept++] = symbol;
+    }
+    symbols_.resize(kept);
+}
+
+int PRIVATE_SYMBOLS::number_of(const SYMTAB* symbol) const {
+    if (symbol->serial >= numbers_.size()) return -1;
+    const int number = numbers_[symbol->serial];
+    return number >= 0 && symbols_[static_cast<std::size_t>(number)] == symbol ? number : -1;
+}
