@@ -52,15 +52,26 @@ void fit_right_side(NODE* node, ::LOOP* loop) {
     NODE* right = node->right;
     if (is_truth(type) ? !is_truth(right->type) : right->type->size() != type->size())
         node->right = right = converted(right, type, loop);
-    while (!is_truth(type) && right->op == SCONV && !is_truth(right->type) &&
-           right->left->type->is_integral() && !is_truth(right->left->type) &&
-           right->left->type->size() == type->size())
-        node->right = right = take_left(right);
-    if (is_bit_field(target) && !is_truth(type)) {
-        const INT65 mask = (INT65::from_signed(1) << stored_width(target)) - INT65::from_signed(1);
-        node->right = right = prop_mask_into_subtree(right, mask);
-        if (right->op == ANDB && right->right->op == ICON && (right->right->u.lval & mask) == mask)
-            node->right = take_left(right);
+    if (is_truth(type)) return;
+    for (bool changed = true; changed;) {
+        while (right->op == SCONV && !is_truth(right->type) && right->left->type->is_integral() &&
+               !is_truth(right->left->type) && right->left->type->size() == type->size())
+            right = take_left(right);
+        changed = false;
+        if (is_bit_field(target)) {
+            const INT65 mask = (INT65::from_signed(1) << stored_width(target)) - INT65::from_signed(1);
+            right = prop_mask_into_subtree(right, mask, &changed);
+            if (right->op == ANDB && right->right->op == ICON && (right->right->u.lval & mask) == mask) {
+                right = take_left(right);
+                changed = true;
+            }
+        }
+    }
+    node->right = right;
+    if (right->op == ICON) {
+        truncate_RHS_for_assignment(right, target);
+    } else if (right->type->size() != type->size()) {
+        node->right = converted(right, type, loop);
     }
 }
 

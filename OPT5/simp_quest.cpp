@@ -98,11 +98,14 @@ NODE* as_its_bit(NODE* node, ::LOOP* loop) {
 
 // --- Minimum and maximum.
 
+bool holds_numbers(TYPE* type, TYPE* from) {
+    return int_type_min(type) <= int_type_min(from) && int_type_max(from) <= int_type_max(type);
+}
+
 // Below conversions that keep every number.
 NODE* without_widening(NODE* tree) {
     while (tree->op == SCONV && tree->type->is_integral() && tree->left->type->is_integral() &&
-           int_type_min(tree->type) <= int_type_min(tree->left->type) &&
-           int_type_max(tree->left->type) <= int_type_max(tree->type))
+           holds_numbers(tree->type, tree->left->type))
         tree = tree->left;
     return tree;
 }
@@ -182,6 +185,13 @@ NODE* as_integer_choice(NODE* node, ::LOOP* loop) {
         // Signed operands read without their signs.
         if (condition->left != a || condition->right != b) return nullptr;
         type = tp->mk_unsigned(type);
+    } else if (!holds_numbers(type, a->type) || !holds_numbers(type, b->type)) {
+        // The promotions of C would change a number that the wider comparison keeps.
+        a = condition->left;
+        b = condition->right;
+        first = arms->left;
+        second = arms->right;
+        type = value_type(a);
     }
     const bool straight = trees_are_congruent(a, first) && trees_are_congruent(b, second);
     if (!straight && !(trees_are_congruent(a, second) && trees_are_congruent(b, first))) return nullptr;

@@ -1,7 +1,7 @@
 /* Units of constant texts: read by a constant index as by a variable one, beyond seven bits too. */
 #include <stdio.h>
 
-static int unit(const char *text, int i) { return text[i]; }
+static int unit(const char* text, int i) { return text[i]; }
 
 int main(void) {
     int i = 1;

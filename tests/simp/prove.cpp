@@ -1,8 +1,10 @@
 #include "tests/simp/prove.h"
 
 #include <algorithm>
+#include <bitset>
 #include <cmath>
 #include <cstdio>
+#include <unordered_map>
 
 #include "OPT5/bbutils.h"
 #include "OPT5/copy.h"
@@ -11,6 +13,7 @@
 #include "OPT5/fpsmath.h"
 #include "OPT5/node.h"
 #include "OPT5/opcodes.h"
+#include "OPT5/opt_expr.h"
 #include "OPT5/symbol.h"
 #include "OPT5/tree_check.h"
 #include "OPT5/types.h"
@@ -99,6 +102,128 @@ bool same_tree(NODE* a, NODE* b) {
         pending.emplace_back(x->right, y->right);
     }
     return true;
+}
+
+namespace {
+
+// What a subtree touches, by object; `tail` are writes that no sequence point separates from its value. Calls
+// and volatile accesses write one more thing, the world outside, and calls read and write all globals.
+struct TOUCHED {
+    using SET = std::bitset<64>;
+    SET reads, writes, tail;
+
+    void operator|=(const TOUCHED& other) {
+        reads |= other.reads;
+        writes |= other.writes;
+        tail |= other.tail;
+    }
+    bool clashes(const TOUCHED& other) const {
+        return (writes & (other.reads | other.writes)).any() || (other.writes & reads).any();
+    }
+};
+
+class ORDER {
+  public:
+    explicit ORDER(const LAYOUT& layout) : layout_(layout) {
+        for (std::size_t i = 0; i < layout.objects().size(); i++) {
+            const LAYOUT::OBJECT& o = layout.objects()[i];
+            index_[o.symbol] = i;
+            if (o.is_global) globals_.set(i);
+        }
+    }
+    bool matters(NODE* tree) {
+        // Operands first: a node stands ahead of its operands in `order`.
+        std::vector<NODE*> order;
+        walk_tree(tree, [&order](NODE* n) { order.push_back(n); });
+        for (std::size_t i = order.size(); i-- > 0 && !found_;) touched_[order[i]] = of(order[i]);
+        return found_;
+    }
+
+  private:
+    static constexpr std::size_t OUTSIDE = 63;
+
+    TOUCHED of(NODE* n) {
+        const TOUCHED left = of_operand(n->left), right = of_operand(n->right);
+        TOUCHED all = left;
+        all |= right;
+        switch (n->op) {
+            case COMMAOP:
+            case ANDAND:
+            case OROR:
+            case QUEST: all.tail = right.tail; return all;
+            case COLON: return all;
+            case UAND: // only the place's address is computed
+                all.reads &= ~place(n->left);
+                return all;
+            case NAME:
+            case UMULT:
+            case STREF:
+            case STDOT: access(n, all.reads, all.writes); return all;
+            case CALL:
+            case UCALL:
+                found_ |= left.clashes(right);
+                all.reads |= globals_;
+                all.writes |= globals_;
+                all.writes.set(OUTSIDE);
+                all.tail = {};
+                return all;
+            default: break;
+        }
+        if (!opcode_is_ASG(n->op)) {
+            found_ |= left.clashes(right);
+            return all;
+        }
+        // The target is written behind both sides, and read ahead of that by the compound forms.
+        TOUCHED target = left;
+        const TOUCHED::SET at = place(n->left);
+        if (n->op == ASG || n->op == STASG) target.reads &= ~at; // its address alone
+        found_ |= target.clashes(right) || (at & (left.tail | right.tail)).any();
+        if (n->op != ASG && n->op != STASG) found_ |= (at & right.writes).any();
+        all.writes |= at;
+        all.tail |= at;
+        return all;
+    }
+
+    static bool may_be_pointed_to(const SYMTAB* symbol) {
+        return symbol->type->is_array() || symbol->type->is_csu() || std::string(symbol->name) == "target";
+    }
+    TOUCHED of_operand(NODE* n) { return n != nullptr ? touched_[n] : TOUCHED{}; }
+    TOUCHED::SET place(NODE* n) {
+        while (n->op == STDOT) n = n->left;
+        TOUCHED::SET set;
+        if (n->op != NAME) { // any object of the type, or an array of it
+            for (const LAYOUT::OBJECT& o : layout_.objects()) {
+                TYPE* type = o.symbol->type->is_array() ? o.symbol->type->elem_type() : o.symbol->type;
+                const bool fits = n->op == STREF ? type->is_csu() : type->true_type() == n->type->true_type();
+                if (fits && may_be_pointed_to(o.symbol)) set.set(index_[o.symbol]);
+            }
+            return set;
+        }
+        if (n->symbol()->type->is_volatile())
+            set.set(OUTSIDE);
+        else if (auto found = index_.find(n->symbol()); found != index_.end())
+            set.set(found->second);
+        return set;
+    }
+    void access(NODE* n, TOUCHED::SET& reads, TOUCHED::SET& writes) {
+        const TOUCHED::SET at = place(n);
+        reads |= at;
+        if (at.test(OUTSIDE)) writes.set(OUTSIDE);
+    }
+
+    const LAYOUT& layout_;
+    std::unordered_map<const SYMTAB*, std::size_t> index_;
+    std::unordered_map<NODE*, TOUCHED> touched_;
+    TOUCHED::SET globals_;
+    bool found_ = false;
+};
+
+} // namespace
+
+bool depends_on_order(NODE* tree, const LAYOUT& layout) {
+    const bool writes =
+        any_node(tree, [](NODE* n) { return side_effects[n->op] != SE_NONE || n->type->is_volatile(); });
+    return writes && ORDER(layout).matters(tree);
 }
 
 std::string typed_text(NODE* tree) {
@@ -285,6 +410,9 @@ std::string PROVER::check(const SUBJECT& subject, NODE* tree, std::uint64_t seed
     if (subject.accepts != nullptr && !subject.accepts(tree)) return {};
     if (std::string fault = check_shape(tree, "the generated tree is not well-typed: "); !fault.empty())
         return fault + line("tree", tree_to_text(tree)) + line("typed", typed_text(tree));
+    if (depends_on_order(tree, palette_.layout))
+        return "the generated tree depends on the order of evaluation\n" + line("tree", tree_to_text(tree)) +
+               line("typed", typed_text(tree));
     if (subject.prepare == nullptr) return check_prepared(subject, tree, seed, trial, counts);
     NODE* prepared = subject.prepare(copy_tree(tree, false), 0);
     std::string wrong;

@@ -101,6 +101,8 @@ class PROVER {
     std::uint64_t parameter_ = 0;
 };
 
+// Whether the tree's result depends on the order in which operands are evaluated where none is laid down.
+bool depends_on_order(NODE* tree, const LAYOUT& layout);
 // Same operators, types and payloads throughout.
 bool same_tree(NODE* a, NODE* b);
 // The nodes of the tree.

@@ -279,7 +279,7 @@ NODE* deep_tree(const std::string& shape, int depth) {
         } else if (shape == "comparisons") {
             tree = make(i % 2 != 0 ? LT : EQ, tree, icon(i & 3));
         } else if (shape == "assignments") {
-            tree = make(ASG, name(i & 1), tree);
+            tree = make(ASG, name(i & 1), make(COMMAOP, tree, name(2)));
         } else if (shape == "quotients") {
             tree = make(DIV, make(PLUS, tree, name(i)), icon(3));
         }

@@ -110,12 +110,12 @@ SUBJECT claim(const char* name, CLAIMED (*function)(NODE*), bool of_simplified) 
 
 const std::vector<SUBJECT>& all_subjects() {
     static const std::vector<SUBJECT> subjects = {
+        {"simp_tree", RELATION::VALUE, simplify, true},
         {"fold_constants", RELATION::VALUE, fold},
         {"peel_for_effect", RELATION::EFFECTS, peel},
         {"coerce_to_type", RELATION::VALUE, coerce, false, is_conversion},
         {"ASG_to_opASG", RELATION::VALUE, assignments<ASG_to_opASG>},
         {"opASG_to_ASG", RELATION::VALUE, assignments<opASG_to_ASG>},
-        {"simp_tree", RELATION::VALUE, simplify, true},
         {"simp_for_control", RELATION::ZERO, control, false, is_scalar, nullptr, simplify},
         {"make_boolean", RELATION::TRUTH, truth, false, is_scalar, nullptr, simplify},
         {"invert_boolean_tree", RELATION::UNTRUTH, negation, false, is_scalar, nullptr, simplified_truth},

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "OPT5/opcodes.h"
 #include "tests/simp/palette.h"
 
 class NODE;
@@ -44,6 +45,11 @@ class RANDOM {
 
 // A number that is likely to sit at the edge of something, as bits of that width.
 std::uint64_t edgy_number(RANDOM& random, unsigned bits);
+
+// Comparisons of integers, and the form of one for the operands' sign.
+inline constexpr int RELATIONS[] = {op::EQ, op::NEQ, op::LT, op::LE, op::GT, op::GE};
+inline constexpr int UNSIGNED_RELATIONS[] = {op::EQ, op::NEQ, op::ULT, op::ULE, op::UGT, op::UGE};
+int relation_of(int op, bool is_signed);
 
 class GENERATOR {
   public:

@@ -684,6 +684,8 @@ TEST(SimpQuest, MinimumAndMaximum) {
         {"i1 < i2 ? i1 : i2", "MIN(i1, i2)"},
         {"i1 < i2 ? i2 : i1", "MAX(i1, i2)"},
         {"i1 >= i2 ? i1 : i2", "MAX(i1, i2)"},
+        // A character without sign promotes to int, which does not hold its numbers.
+        {"(long)uc1 >= (long)i1 ? (long)uc1 : (long)i1", "LMAX((long)uc1, (long)i1)"},
         {"u1 <= u2 ? u1 : u2", "MINU(u1, u2)"},
         {"l1 < l2 ? l1 : l2", "LMIN(l1, l2)"},
         {"ull1 > ull2 ? ull1 : ull2", "LLMAXU(ull1, ull2)"},

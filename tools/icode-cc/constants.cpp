@@ -171,6 +171,22 @@ std::optional<constant> lowering::evaluate_cast(const CastExpr* cast) {
     return convert(*value, to, from);
 }
 
+namespace {
+
+// The outcome of a comparison operator.
+template <class NUMBER> bool compared(BinaryOperatorKind kind, NUMBER a, NUMBER b) {
+    switch (kind) {
+        case BO_EQ: return a == b;
+        case BO_NE: return a != b;
+        case BO_LT: return a < b;
+        case BO_GT: return a > b;
+        case BO_LE: return a <= b;
+        default: return a >= b;
+    }
+}
+
+} // namespace
+
 std::optional<constant> lowering::evaluate_binary(const BinaryOperator* expr) {
     const BinaryOperatorKind kind = expr->getOpcode();
     const auto left = evaluate(expr->getLHS());
@@ -220,15 +236,8 @@ std::optional<constant> lowering::evaluate_binary(const BinaryOperator* expr) {
             expr->isComparisonOp()) {
             const auto a = static_cast<std::uint16_t>(left->number),
                        b = static_cast<std::uint16_t>(right->number);
-            switch (kind) {
-                case BO_EQ: result.number = a == b; return result;
-                case BO_NE: result.number = a != b; return result;
-                case BO_LT: result.number = a < b; return result;
-                case BO_GT: result.number = a > b; return result;
-                case BO_LE: result.number = a <= b; return result;
-                case BO_GE: result.number = a >= b; return result;
-                default: break;
-            }
+            result.number = compared(kind, a, b);
+            return result;
         }
         return std::nullopt;
     }
@@ -244,15 +253,9 @@ std::optional<constant> lowering::evaluate_binary(const BinaryOperator* expr) {
             default: break;
         }
         result.what = constant::form::integer;
-        switch (kind) {
-            case BO_EQ: result.number = a == b; return result;
-            case BO_NE: result.number = a != b; return result;
-            case BO_LT: result.number = a < b; return result;
-            case BO_GT: result.number = a > b; return result;
-            case BO_LE: result.number = a <= b; return result;
-            case BO_GE: result.number = a >= b; return result;
-            default: return std::nullopt;
-        }
+        if (!expr->isComparisonOp()) return std::nullopt;
+        result.number = compared(kind, a, b);
+        return result;
     }
 
     // Integers: the operands have the operation's type, except in shifts and comparisons.

@@ -571,19 +571,12 @@ void lowering::do_binary(const tree* t) {
     if (!rep.has_value()) no_meaning(t);
     if (is_comparison(t->op)) {
         count(COMPARE_OP);
-        comparison how;
-        unsigned set;
-        const bool floating = compare_operands(t, a, b, how, set);
-        const std::uint32_t left = in_register(a);
-        const bool constant = !floating && b.kind == item_kind::CONSTANT;
-        const std::uint32_t right = constant ? static_cast<std::uint32_t>(b.value) : in_register(b);
-        release(a);
-        release(b);
+        const compared c = compare_in_registers(t, a, b);
         const std::uint32_t result = new_temp();
-        if (floating)
-            emit(FCOMPARE, result, left, right, static_cast<std::uint16_t>(set));
+        if (c.floating)
+            emit(FCOMPARE, result, c.left, c.right, static_cast<std::uint16_t>(c.set));
         else
-            emit(static_cast<opcode>(SET_EQ_RR + how * 2 + (constant ? 1 : 0)), result, left, right);
+            emit(static_cast<opcode>(SET_EQ_RR + c.how * 2 + (c.constant ? 1 : 0)), result, c.left, c.right);
         item made = temp_item(result, rep);
         made.truth = true;
         push(made);
@@ -642,24 +635,28 @@ bool lowering::compare_operands(const tree* t, item& a, item& b, comparison& how
     return false;
 }
 
+lowering::compared lowering::compare_in_registers(const tree* t, item& a, item& b) {
+    compared c{};
+    c.floating = compare_operands(t, a, b, c.how, c.set);
+    c.left = in_register(a);
+    c.constant = !c.floating && b.kind == item_kind::CONSTANT;
+    c.right = c.constant ? static_cast<std::uint32_t>(b.value) : in_register(b);
+    release(a);
+    release(b);
+    return c;
+}
+
 void lowering::do_test_compare(const tree* t, std::uint32_t label, bool flag) {
     item b = pop();
     item a = pop();
     count(COMPARE_OP);
     count(BRANCH_OP);
-    comparison how;
-    unsigned set;
-    const bool floating = compare_operands(t, a, b, how, set);
-    const std::uint32_t left = in_register(a);
-    const bool constant = !floating && b.kind == item_kind::CONSTANT;
-    const std::uint32_t right = constant ? static_cast<std::uint32_t>(b.value) : in_register(b);
-    release(a);
-    release(b);
-    if (floating) {
-        emit(FJUMP, left, right, label, static_cast<std::uint16_t>(flag ? set : set ^ 15u));
+    const compared c = compare_in_registers(t, a, b);
+    if (c.floating) {
+        emit(FJUMP, c.left, c.right, label, static_cast<std::uint16_t>(flag ? c.set : c.set ^ 15u));
     } else {
-        if (!flag) how = inverse(how);
-        emit(static_cast<opcode>(BR_EQ_RR + how * 2 + (constant ? 1 : 0)), left, right, label);
+        const comparison how = flag ? c.how : inverse(c.how);
+        emit(static_cast<opcode>(BR_EQ_RR + how * 2 + (c.constant ? 1 : 0)), c.left, c.right, label);
     }
     close_segment();
 }

@@ -196,6 +196,15 @@ class lowering {
     void note_leaves(std::uint32_t base, TYPE* type, bool outer_volatile, bool write);
     // True for a floating comparison, whose set of outcomes is then in `set`; else `how` is filled.
     bool compare_operands(const tree* t, item& a, item& b, comparison& how, unsigned& set);
+    // Both operands of a comparison, ready for its instruction, and released.
+    struct compared {
+        bool floating;
+        bool constant; // `right` is the number itself, else a register
+        comparison how;
+        unsigned set; // floating: the outcomes for which it holds
+        std::uint32_t left, right;
+    };
+    compared compare_in_registers(const tree* t, item& a, item& b);
 
     // --- lower_emit.cpp: code, registers, items.
     std::uint32_t emit(opcode op, std::uint32_t a = 0, std::uint32_t b = 0, std::uint32_t c = 0,

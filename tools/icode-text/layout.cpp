@@ -183,31 +183,27 @@ template <std::size_t N> int number_in(const NUMBER_NAME (&table)[N], std::strin
     return -1;
 }
 
-} // namespace
-
-const LAYOUT* record_layout(int id) {
-    for (const LAYOUT& layout : records)
+const LAYOUT* layout_in(const std::vector<LAYOUT>& table, int id) {
+    for (const LAYOUT& layout : table)
         if (layout.id == id) return &layout;
     return nullptr;
 }
 
-const LAYOUT* record_layout(std::string_view name) {
-    for (const LAYOUT& layout : records)
+const LAYOUT* layout_in(const std::vector<LAYOUT>& table, std::string_view name) {
+    for (const LAYOUT& layout : table)
         if (layout.name == name) return &layout;
     return nullptr;
 }
 
-const LAYOUT* type_layout(int code) {
-    for (const LAYOUT& layout : types)
-        if (layout.id == code) return &layout;
-    return nullptr;
-}
+} // namespace
 
-const LAYOUT* type_layout(std::string_view name) {
-    for (const LAYOUT& layout : types)
-        if (layout.name == name) return &layout;
-    return nullptr;
-}
+const LAYOUT* record_layout(int id) { return layout_in(records, id); }
+
+const LAYOUT* record_layout(std::string_view name) { return layout_in(records, name); }
+
+const LAYOUT* type_layout(int code) { return layout_in(types, code); }
+
+const LAYOUT* type_layout(std::string_view name) { return layout_in(types, name); }
 
 const char* class_name(int sclass) { return name_in(classes, sclass); }
 const char* retention_name(int policy) { return name_in(policies, policy); }
