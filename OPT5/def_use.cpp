@@ -220,12 +220,7 @@ void count_defs_and_uses() {
     count_exception_tables();
 }
 
-namespace {
-
-// --- Symbols that keep one value.
-
-// Whether the value of the tree is the same wherever it is evaluated in the function.
-bool qualifies(const NODE* tree) {
+bool has_one_value(const NODE* tree) {
     bool is_converted = false, is_sum = false;
     for (;;) {
         switch (tree->op) {
@@ -251,6 +246,10 @@ bool qualifies(const NODE* tree) {
         tree = tree->left;
     }
 }
+
+namespace {
+
+// --- Symbols that keep one value.
 
 // Whether the bits of the value are the bits of the symbol: a conversion of something that is no constant
 // costs.
@@ -297,7 +296,7 @@ bool classify_local(SYMTAB* symbol) {
     const bool is_restrict = (symbol->otype->qual_kind() & QUAL_RESTRICT) != 0;
     if (symbol->type->is_ptr() && !is_restrict && !currfuninfo->spmap.is_bound(symbol))
         currfuninfo->spmap.set_pointee(symbol, value);
-    if (symbol->type->is_scalar() && !symbol->otype->is_volatile() && qualifies(value) &&
+    if (symbol->type->is_scalar() && !symbol->otype->is_volatile() && has_one_value(value) &&
         arrives_unchanged(symbol, value)) {
         if (print_debug != 0)
             dprintf("\n\tGlobally constant assignment: %s = %s\n", symbol->name, tree_to_text(value).c_str());

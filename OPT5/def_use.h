@@ -23,6 +23,10 @@ void find_single_assignments();
 // Whether the symbol is a parameter that has the value with which it arrived wherever it is read.
 bool is_immutable_parameter(const SYMTAB* symbol);
 
+// Whether the value of the tree is the same wherever in the function it is evaluated: a constant, the address
+// of a named object or a place in it, conversions of these, or an immutable parameter by itself.
+bool has_one_value(const NODE* tree);
+
 // The NAME that `*&x` stands for where both types have the same values; null for other trees.
 NODE* name_behind_address(const NODE* indirection);
 

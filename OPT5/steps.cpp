@@ -39,6 +39,7 @@ void clean_values_in_pass_1() {
 }
 void fast_CP_in_pass_1() { fast_CP(4, 0); }
 void fast_CP_with_combining() { fast_CP(4, 1); }
+void propagate_copies() { copyprop(1); }
 void combine_and_clean_up() { fast_CP(0, 1); }
 
 constexpr char NOT_BUILT[] = "nothing: not built yet";
@@ -121,7 +122,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     // The loop hierarchy is gone: global clean-up, then what a single block or statement still gives.
     {60, "CD ILP", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {61, "late fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining, "as step 15"},
-    {62, "global CP", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
+    {62, "global CP", false, LEVEL_2_UP_F2, propagate_copies,
+     "replaces uses of what was assigned a constant or another variable"},
     {63, "late points-to", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {64, "global CSE", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {65, "Quillon rotate loops", false, ANY_LEVEL, nullptr, EMPTY_HERE},
@@ -132,7 +134,7 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {71, "superblocks", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {72, "subrange", false, LEVEL_1_UP, nullptr, NOT_BUILT},
-    {73, "lcp", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {73, "lcp", false, LEVEL_1_UP, propagate_copies, "as step 62"},
     {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {75, "lcse", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {76, "propagate increments", false, LEVEL_1_UP, nullptr, NOT_BUILT},
