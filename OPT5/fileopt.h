@@ -11,6 +11,8 @@
 
 #include "if_client.h"
 #include "pool.h"
+#include "snmap.h"
+#include "spmap.h"
 
 class BBLK;
 class Dominator;
@@ -131,6 +133,8 @@ struct FUNINFO {
     bool is_defined = false;               // its body has been read
     bool is_nonconforming = false;         // a library name with another meaning
     bool is_listed = false;                // among the undefined callees of the file
+    SNMAP snmap;                           // values of symbols, while a propagation is under way
+    SPMAP spmap;                           // pointees of pointers that are assigned once
     std::vector<PRAGMA*> owned_pragmas;    // of the body's statements and symbols; freed by erase_all
 
     std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }

@@ -15,6 +15,7 @@
 
 class RANDOM_GRAPH_TEST : public IR_TEST {
   protected:
+    void end() { end_uncleaned(); }
     using VALUES = std::map<const SYMTAB*, std::int16_t>;
 
     void SetUp() override {
