@@ -338,10 +338,10 @@ void clean_up() {
 
 void elim_dead_assigns(bool use_flow, bool cleanup) {
     dprintf("\n\n\t\t\t---------- ENTERING 'elim_dead_assigns' --------\n");
-    const PRIVATE_SYMBOLS symbols;
-    REMOVER remover(symbols);
     bool changed = true;
     for (int round = 0; changed && round < ROUNDS_PER_FUNCTION; round++) {
+        const PRIVATE_SYMBOLS symbols; // what goes may have taken an address
+        REMOVER remover(symbols);
         changed = remover.remove_unneeded();
         if (use_flow && symbols.flow_is_known() && remover.remove_not_live()) changed = true;
     }

@@ -69,6 +69,8 @@ void erase_all() {
                                                : nullptr;
     if (function == nullptr) return;
     // Blocks, trees, symbols and scopes hold no memory of their own: giving back the pool frees them all.
+    function->snmap.clear();
+    function->spmap.clear();
     for (PRAGMA* pragma : function->owned_pragmas) delete pragma;
     function->owned_pragmas = {};
     function->blocks = {};

@@ -11,6 +11,8 @@
 
 #include "if_client.h"
 #include "pool.h"
+#include "snmap.h"
+#include "spmap.h"
 
 class BBLK;
 class Dominator;
@@ -125,13 +127,15 @@ struct FUNINFO {
     bool flow_is_stale = true;     // cached flow information is no longer valid
     bool dfn_is_valid = false;
     std::shared_ptr<Dominator> dominators; // null until compute_dominators
-    bool has_no_calls = true;           // kept only by functions without calls
-    bool names_register_symbol = false; // a NAME of a symbol with bit 4 of `cqual` was read
-    std::uint32_t fields_seen = 0;      // FIELD nodes of bit-fields
-    bool is_defined = false;            // its body has been read
-    bool is_nonconforming = false;      // a library name with another meaning
-    bool is_listed = false;             // among the undefined callees of the file
-    std::vector<PRAGMA*> owned_pragmas; // of the body's statements and symbols; freed by erase_all
+    bool has_no_calls = true;              // kept only by functions without calls
+    bool names_register_symbol = false;    // a NAME of a symbol with bit 4 of `cqual` was read
+    std::uint32_t fields_seen = 0;         // FIELD nodes of bit-fields
+    bool is_defined = false;               // its body has been read
+    bool is_nonconforming = false;         // a library name with another meaning
+    bool is_listed = false;                // among the undefined callees of the file
+    SNMAP snmap;                           // values of symbols, while a propagation is under way
+    SPMAP spmap;                           // pointees of pointers that are assigned once
+    std::vector<PRAGMA*> owned_pragmas;    // of the body's statements and symbols; freed by erase_all
 
     std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }
 };

@@ -5,6 +5,7 @@
 #include "bad_input.h"
 #include "bblk.h"
 #include "buildcfg.h"
+#include "copyprop.h"
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
@@ -288,6 +289,7 @@ void OPT_CLIENT::build_flow_graph(const PSN* psn) {
 void OPT_CLIENT::cl_end_func(const PSN* psn) {
     build_flow_graph(psn);
     simpcfg(false, false);
+    fast_CP(4, 1);
     FUNINFO* function = currfuninfo;
     preprocess_fundef(function);
     function->is_defined = true;

@@ -6,9 +6,12 @@
 
 #include "steps.h"
 
+#include "copyprop.h"
+#include "dead_assigns.h"
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
+#include "lcse.h"
 #include "output.h"
 #include "pass.h"
 #include "simpcfg.h"
@@ -31,6 +34,15 @@ void straighten_cond_paths() {
 
 void pass_2_inits() { simpcfg(false, false); }
 
+void clean_values_in_pass_1() {
+    fast_CP(4, 0);
+    elim_dead_assigns(false, false);
+}
+void fast_CP_in_pass_1() { fast_CP(4, 0); }
+void fast_CP_with_combining() { fast_CP(4, 1); }
+void propagate_copies() { copyprop(1); }
+void combine_and_clean_up() { fast_CP(0, 1); }
+
 constexpr char NOT_BUILT[] = "nothing: not built yet";
 constexpr char EMPTY_HERE[] = "nothing: empty in this target";
 
@@ -38,8 +50,10 @@ constexpr char EMPTY_HERE[] = "nothing: empty in this target";
 
 const STEP_ROW step_table[STEP_COUNT] = {
     // The clean-up of each function on its own, ahead of the whole-program steps that read it.
-    {0, "pass 1 fcp/eda", false, LEVEL_2_UP, nullptr, NOT_BUILT},
-    {1, "pass 1 fast_CP(4,0)", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {0, "pass 1 fcp/eda", false, LEVEL_2_UP, clean_values_in_pass_1,
+     "replaces uses of values that are assigned once; drops assignments that nothing reads"},
+    {1, "pass 1 fast_CP(4,0)", false, ANY_LEVEL, fast_CP_in_pass_1,
+     "replaces uses of values that are assigned once"},
     {2, "value propagation for pass 1", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     // The whole program: each barrier sees every function as the steps ahead of it left them.
     {3, "analyze globals", true, ANY_LEVEL, nullptr, NOT_BUILT},
@@ -57,7 +71,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
      "merges blocks that do the same and takes away tests that others have settled"},
     {14, "early LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {15, "early fast_CP(4,1)", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {15, "early fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining,
+     "joins assignments to one place; then as step 1"},
     {16, "MVP global assertions", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {17, "intraprocedural MVP", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {18, "value propagation for SIMD", false, LEVEL_2_UP, nullptr, NOT_BUILT},
@@ -67,7 +82,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {22, "non-DD SSA EDA", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {23, "SSA RP with benign loads", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {24, "expand bitfields", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {25, "fast_CP(0,1)", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {25, "fast_CP(0,1)", false, ANY_LEVEL, combine_and_clean_up,
+     "joins assignments to one place; drops assignments that nothing reads"},
     {26, "add profile loop annotations", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {27, "CD vectorizations", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // The dependence-driven group: loops are normalised and have a hierarchy inside each of these.
@@ -106,8 +122,9 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {59, "SSA_reg_promote_with_simpcfg", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     // The loop hierarchy is gone: global clean-up, then what a single block or statement still gives.
     {60, "CD ILP", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {61, "late fast_CP(4,1)", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {62, "global CP", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
+    {61, "late fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining, "as step 15"},
+    {62, "global CP", false, LEVEL_2_UP_F2, propagate_copies,
+     "replaces uses of what was assigned a constant or another variable"},
     {63, "late points-to", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {64, "global CSE", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {65, "Quillon rotate loops", false, ANY_LEVEL, nullptr, EMPTY_HERE},
@@ -118,15 +135,16 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {71, "superblocks", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {72, "subrange", false, LEVEL_1_UP, nullptr, NOT_BUILT},
-    {73, "lcp", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {73, "lcp", false, LEVEL_1_UP, propagate_copies, "as step 62"},
     {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
-    {75, "lcse", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {75, "lcse", false, LEVEL_1_UP, lcse,
+     "computes common subexpressions of a block and its continuations once"},
     {76, "propagate increments", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {77, "late LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // Made by the driver behind every list: writing is not part of any order.
     {OUTPUT_STEP, "output function", false, ANY_LEVEL, output_function,
-     "drops unused locals, cases and dead assignments, cleans the flow graph, writes the function and erases "
-     "it"},
+     "drops unused locals, cases and assignments in vain, cleans the flow graph, writes the function and "
+     "erases it"},
 };
 
 void run_step_body(int id) {

@@ -328,6 +328,50 @@ bool is_optimizer_temp(const char* name, char c1, char c2) {
     return true;
 }
 
+bool is_automatic(const SYMTAB* symbol) {
+    switch (symbol->sclass) {
+        case SC_AUTO:
+        case SC_REGISTER:
+        case SC_PARM:
+        case SC_REGPARM:
+        case SC_VARARG: return symbol->level > 0;
+        default: return false;
+    }
+}
+
+bool sym_is_FAR(const SYMTAB* symbol) {
+    if ((symbol->otype->qual_kind(true) & QUAL_FAR) != 0) return true;
+    return far_externs != 0 && !symbol->otype->is_func() &&
+           (symbol->sclass == SC_EXTERN || symbol->sclass == SC_EXTDEF);
+}
+
+void sym_split(FUNINFO* function) {
+    enum KIND { PARAMETER, LOCAL, TEMPORARY };
+    const auto kind_of = [](const SYMTAB* symbol) {
+        return symbol->level == 1 ? PARAMETER : is_internal_symbol(symbol) ? TEMPORARY : LOCAL;
+    };
+    SYMTAB** heads[] = {&function->params, &function->locals, &function->temps};
+    SYMTAB* kept[] = {nullptr, nullptr, nullptr};
+    SYMTAB* tails[] = {nullptr, nullptr, nullptr};
+    std::vector<SYMTAB*> strays;
+    for (int list : {PARAMETER, LOCAL, TEMPORARY})
+        for (SYMTAB *symbol = *heads[list], *next; symbol != nullptr; symbol = next) {
+            next = symbol->next;
+            symbol->next = nullptr;
+            if (kind_of(symbol) == list) {
+                append(symbol, kept[list], tails[list]);
+            } else {
+                strays.push_back(symbol);
+            }
+        }
+    for (SYMTAB* symbol : strays) append(symbol, kept[kind_of(symbol)], tails[kind_of(symbol)]);
+    for (int list : {PARAMETER, LOCAL, TEMPORARY}) *heads[list] = kept[list];
+    function->params_tail = tails[PARAMETER];
+    function->locals_tail = tails[LOCAL];
+}
+
+std::uint32_t SYMBOL_NUMBERS::last_stamp_;
+
 // --- List cells.
 
 namespace {

@@ -14,6 +14,7 @@ class NODE;
 class TYPE;
 struct EXPR_LIST;
 struct FUNINFO;
+struct INIT_ENTRY;
 struct LIST;
 struct PRAGMA;
 struct PSN;
@@ -21,6 +22,7 @@ struct PSN;
 // Bits of SYMTAB::flags.
 enum SYMBOL_FLAGS : std::uint8_t {
     SF_REGISTER_CANDIDATE = 0x01,
+    SF_ADDRESS_TAKEN = 0x02, // of a local: as the last analysis of the function found
     SF_SET_AT_CREATION = 0x04,
     SF_REVERT_CLASS = 0x80, // the closing run gives class 108 or 109
 };
@@ -51,15 +53,20 @@ class SYMTAB final : public I_SYMTAB {
     LS* scope = nullptr;
     void* ptr_entry = nullptr; // cached entry of the alias tables
     PSN* psn = nullptr;
-    PRAGMA* pragmas = nullptr; // chain, owned by the symbol
-    EXPR_LIST* init = nullptr; // initialiser, null if none
-    std::int32_t level = 0;    // 0 global, 1 parameter, 2 and up local
+    PRAGMA* pragmas = nullptr;              // chain, owned by the symbol
+    EXPR_LIST* init = nullptr;              // initialiser, null if none
+    const INIT_ENTRY* auto_inits = nullptr; // the initialiser by offset, see global_consts.h
+    std::uint32_t auto_init_count = 0;
+    std::int32_t level = 0; // 0 global, 1 parameter, 2 and up local
     std::uint32_t location = 0;
     std::uint32_t option_set = 0;
     SYMTAB* next = nullptr; // of the list that holds the symbol
     void* alias_info = nullptr;
     std::uint32_t serial = 0; // the function's running number of symbols
     std::uint16_t use_count = 0xffff;
+    std::int16_t def_count = -1; // -1: not known, not tracked; see def_use.h
+    NODE* sole_def = nullptr;    // the assignment, where `def_count` is 1 and it is a plain one
+    std::uint32_t pass_stamp = 0, pass_number = 0; // see SYMBOL_NUMBERS
     std::int32_t widened = 0;
     FUNINFO* scanned_by = nullptr; // the function that has this static on its list of statics
     std::uint8_t flags = 0;        // SYMBOL_FLAGS
@@ -127,6 +134,35 @@ const char* skip_name_prefix(const char* name); // skips one leading "_" or "."
 bool is_internal_name(const char* name);        // begins with "$O"
 bool is_internal_symbol(const SYMTAB* symbol);
 bool is_optimizer_temp(const char* name, char c1, char c2);
+
+// Whether the symbol is storage of one activation of a function: a local or a parameter, and no static.
+bool is_automatic(const SYMTAB* symbol);
+// Whether the address of the symbol needs more than a data pointer's bits.
+bool sym_is_FAR(const SYMTAB* symbol);
+// Puts every symbol of the function on the list that it belongs on, where passes have left others: parameters
+// by their level, temporaries by their names. Keeps the order of symbols that stay. Linear.
+void sym_split(FUNINFO* function);
+
+// Numbers the symbols that one run of a pass meets, from 0 in order of meeting. Only the numbering made last
+// is valid: the numbers are kept in the symbols.
+class SYMBOL_NUMBERS {
+  public:
+    SYMBOL_NUMBERS() : stamp_(++last_stamp_) {}
+    // The symbol's number, a fresh one if it has none.
+    std::uint32_t of(SYMTAB* symbol) {
+        if (symbol->pass_stamp != stamp_) {
+            symbol->pass_stamp = stamp_;
+            symbol->pass_number = count_++;
+        }
+        return symbol->pass_number;
+    }
+    std::uint32_t count() const { return count_; }
+
+  private:
+    static std::uint32_t last_stamp_;
+    std::uint32_t stamp_;
+    std::uint32_t count_ = 0;
+};
 
 extern SYMTAB* errno_symbol; // null until seen
 

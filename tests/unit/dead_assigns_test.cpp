@@ -43,8 +43,7 @@ TEST_F(DEAD, RandomFunctionsDoTheSame) {
         std::vector<VALUES> starts(3);
         std::vector<std::string> expected;
         for (VALUES& start : starts) {
-            for (SYMTAB* symbol : locals)
-                start[symbol] = static_cast<std::int16_t>(random() % 3 == 0 ? random() : 0);
+            start = random_start(random);
             expected.push_back(run(start, 60));
         }
         const bool use_flow = random() % 3 != 0, cleanup = random() % 2 == 0;

@@ -1,5 +1,7 @@
 #include "random_graph.h"
 
+#include <algorithm>
+
 #include "OPT5/opt_expr.h"
 
 using namespace op;
@@ -9,6 +11,26 @@ void RANDOM_GRAPH_TEST::begin_another(unsigned count) {
     begin(function(("fn" + std::to_string(++functions_)).c_str()));
     locals = {x, y};
     for (unsigned i = 0; i < count; i++) locals.push_back(local(("v" + std::to_string(i)).c_str(), int_type));
+    p = local("p", tp->mk_ptr(int_type));
+    q = local("q", tp->mk_ptr(int_type));
+    addressed = {g, h, local("a", int_type)};
+}
+
+RANDOM_GRAPH_TEST::VALUES RANDOM_GRAPH_TEST::random_start(std::mt19937& random) {
+    VALUES start;
+    for (SYMTAB* symbol : locals)
+        start[symbol] = static_cast<std::int16_t>(random() % 3 == 0 ? random() : random() % 3);
+    // Not to the local, whose address the function may never take.
+    for (SYMTAB* pointer : {p, q}) start[pointer] = static_cast<std::int16_t>(random() % 2);
+    return start;
+}
+
+NODE* RANDOM_GRAPH_TEST::some_place(std::mt19937& random) {
+    switch (random() % 4) {
+        case 0: return name(addressed[random() % addressed.size()]);
+        case 1: return tree(UMULT, int_type, name(random() % 2 == 0 ? p : q));
+        default: return name(some_local(random));
+    }
 }
 
 void RANDOM_GRAPH_TEST::build_random(std::mt19937& random, unsigned count, bool returns,
@@ -38,7 +60,7 @@ NODE* RANDOM_GRAPH_TEST::random_pure(std::mt19937& random, int depth) {
     const auto value = [&] { return random_pure(random, depth - 1); };
     switch (depth > 0 ? random() % 6 : random() % 2) {
         case 0: return icon(static_cast<int>(random() % 9));
-        case 1: return name(some_local(random));
+        case 1: return some_place(random);
         case 2: return tree(MULT, int_type, value(), value());
         case 3: return tree(QUEST, int_type, value(), tree(COLON, int_type, value(), value()));
         default: return tree(PLUS, int_type, value(), value());
@@ -56,18 +78,21 @@ NODE* RANDOM_GRAPH_TEST::random_value(std::mt19937& random, int depth) {
         case 3: return other(PLUSPLUS, name(some_local(random)), icon(1));
         case 4: return other(ANDAND, value(), value());
         case 5: return other(QUEST, value(), other(COLON, value(), value()));
-        case 6: return other(COMMAOP, asg(random() % 3 == 0 ? g : some_local(random), value()), value());
+        case 6: return other(COMMAOP, tree(ASG, int_type, some_place(random), value()), value());
         case 7: return other(MULT, value(), icon(static_cast<int>(random() % 5)));
         default: return other(PLUS, value(), icon(static_cast<int>(random() % 5)));
     }
 }
 
 void RANDOM_GRAPH_TEST::random_statement(std::mt19937& random) {
-    const unsigned kind = random() % 8;
+    const unsigned kind = random() % 10;
+    const auto value = [&] { return random_value(random, static_cast<int>(1 + random() % 3)); };
     if (kind == 0) {
-        stmt(asg(g, random_value(random, 3)));
-    } else if (kind < 7) {
-        stmt(asg(some_local(random), random_value(random, static_cast<int>(1 + random() % 3))));
+        stmt(asg(random() % 2 == 0 ? p : q, address(addressed[random() % addressed.size()])));
+    } else if (kind < 3) {
+        stmt(tree(ASG, int_type, some_place(random), value()));
+    } else if (kind < 9) {
+        stmt(asg(some_local(random), value()));
     }
 }
 
@@ -103,8 +128,15 @@ std::string RANDOM_GRAPH_TEST::run(VALUES values, int blocks) {
 }
 
 void RANDOM_GRAPH_TEST::store(const SYMTAB* symbol, std::int16_t value) {
+    const std::int16_t before = values_[symbol];
     values_[symbol] = value;
-    if (symbol == g) seen_ += " g=" + std::to_string(value);
+    if (symbol->level == 0 && value != before)
+        seen_ += std::string(" ") + symbol->name + "=" + std::to_string(value);
+}
+
+const SYMTAB* RANDOM_GRAPH_TEST::symbol_of(NODE* place) {
+    return place->op == NAME ? place->symbol()
+                             : addressed.at(static_cast<std::size_t>(evaluate(place->left)));
 }
 
 std::int16_t RANDOM_GRAPH_TEST::apply(int op, std::int16_t a, std::int16_t b) {
@@ -136,7 +168,11 @@ std::int16_t RANDOM_GRAPH_TEST::apply(int op, std::int16_t a, std::int16_t b) {
 std::int16_t RANDOM_GRAPH_TEST::evaluate(NODE* node) {
     switch (node->op) {
         case ICON: return static_cast<std::int16_t>(node->icon_svalue());
-        case NAME: return values_[node->symbol()];
+        case NAME:
+        case UMULT: return values_[symbol_of(node)];
+        case UAND:
+            return static_cast<std::int16_t>(
+                std::find(addressed.begin(), addressed.end(), node->left->symbol()) - addressed.begin());
         case UMINUS: return apply(MINUS, 0, evaluate(node->left));
         case NOTB: return static_cast<std::int16_t>(~evaluate(node->left));
         case EXCLAIM: return static_cast<std::int16_t>(evaluate(node->left) == 0);
@@ -152,8 +188,8 @@ std::int16_t RANDOM_GRAPH_TEST::evaluate(NODE* node) {
         const std::int16_t left = evaluate(node->left);
         return apply(node->op, left, evaluate(node->right));
     }
-    const SYMTAB* target = node->left->symbol();
     const std::int16_t operand = evaluate(node->right);
+    const SYMTAB* target = symbol_of(node->left);
     const std::int16_t old = values_[target];
     switch (node->op) {
         case ASG: store(target, operand); return operand;

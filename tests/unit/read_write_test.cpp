@@ -233,7 +233,7 @@ TEST_F(FILE_TEST, SymbolsLeaveAsTheyCame) {
     SYMTAB* inner = symbol("inner", int_type, SC_AUTO, 3);
     opt_client.cl_end_block(at(4));
     stmt(asg(inner, icon(1)));
-    end();
+    end_uncleaned();
     EXPECT_FALSE(p->type->is_const());
     sym_temp('t', -1, int_type, nullptr);
     EXPECT_EQ(currfuninfo->flags & 0x40022u, 0x40022u);
@@ -290,7 +290,7 @@ TEST_F(FILE_TEST, ExceptionTablesAreKept) {
     table[0] = {1, EHK_EXPR, 3, 4, tree(BRANCH, void_type, ref(6)), {}};
     table[1] = {2, EHK_CATCH, 0, 1, nullptr, {{"int", 9, true}}};
     opt_client.cl_func_eht(std::move(table));
-    end();
+    end_uncleaned();
     write_current();
     const model::function& function = written().functions.at(0);
     ASSERT_EQ(function.eht.size(), 2u);

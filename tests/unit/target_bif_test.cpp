@@ -70,7 +70,7 @@ TEST_F(BIF_TEST, ReadingTurnsCallsIntoIntrinsicsWithTheirTypes) {
                      name(y))));
     stmt(asg(x, tree(SCONV, int_type, call_of(mpy, {inc(y), icon(2)}))));
     stmt(call_of(never, {}));
-    end();
+    end_uncleaned();
     EXPECT_EQ(graph(), "1: x = _ssub((int)w, (int)u); "
                        "x = _ssub((int)_mpy((int)f, 3), x) + y; "
                        "x = (int)_mpy(y = y + 1, 2); "
@@ -118,7 +118,7 @@ TEST_F(BIF_TEST, CallThroughADeclarationOfADefinedFunctionStays) {
     SYMTAB* declared = external("_sshl");
     function("_sshl");
     stmt(asg(x, call_of(declared, {name(w), name(u)})));
-    end();
+    end_uncleaned();
     EXPECT_EQ(graph(), "1: x = _sshl(w, u); goto BB2 -> 2\n2: return ->\n");
 }
 
