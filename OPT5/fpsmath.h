@@ -219,8 +219,8 @@ std::string f_print_hex(const simul_fval* value);
 std::string fval2text(const simul_fval* value, TYPE* type);
 
 // A constant's decimal text in canonical form: a sign, one digit that is not zero, a point, the other digits
-// without closing zeros (at most `digits` in all; 0: every one) and the exponent, as in "+1.25e-3". Digits that
-// are too many are cut off. A text without a digit other than zero gives "+0".
+// without closing zeros (at most `digits` in all; 0: every one) and the exponent, as in "+1.25e-3". Digits
+// that are too many are cut off. A text without a digit other than zero gives "+0".
 std::string normalize_fcon(const char* text, int digits);
 
 // Write the value to the stream: in decimal, and as the stored words.
