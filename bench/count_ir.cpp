@@ -23,7 +23,19 @@
 
 namespace {
 
-enum CLASS { ARITHMETIC, COMPARE, CONVERT, LOAD, STORE, ADDRESS, MOVE, BRANCH, CALL, CLASSES, NONE = CLASSES };
+enum CLASS {
+    ARITHMETIC,
+    COMPARE,
+    CONVERT,
+    LOAD,
+    STORE,
+    ADDRESS,
+    MOVE,
+    BRANCH,
+    CALL,
+    CLASSES,
+    NONE = CLASSES
+};
 
 constexpr const char* class_names[CLASSES] = {"arithmetic", "compare", "convert", "load", "store",
                                               "address",    "move",    "branch",  "call"};
@@ -75,9 +87,9 @@ class COUNTERS {
     void print_at_end() {
         llvm::LLVMContext& context = module_.getContext();
         auto* number = llvm::Type::getInt32Ty(context);
-        auto* function = llvm::Function::Create(
-            llvm::FunctionType::get(llvm::Type::getVoidTy(context), false),
-            llvm::GlobalValue::InternalLinkage, "print_executed", module_);
+        auto* function =
+            llvm::Function::Create(llvm::FunctionType::get(llvm::Type::getVoidTy(context), false),
+                                   llvm::GlobalValue::InternalLinkage, "print_executed", module_);
         llvm::IRBuilder<> builder(llvm::BasicBlock::Create(context, "", function));
         std::string format = "{";
         std::vector<llvm::Value*> arguments{builder.getInt32(2), nullptr};
