@@ -9,6 +9,7 @@
 #include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
+#include "explode_structs.h"
 #include "fileopt.h"
 #include "files.h"
 #include "lcse.h"
@@ -76,7 +77,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {16, "MVP global assertions", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {17, "intraprocedural MVP", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {18, "value propagation for SIMD", false, LEVEL_2_UP, nullptr, NOT_BUILT},
-    {19, "explode auto structs", false, LEVEL_2_UP, nullptr, NOT_BUILT},
+    {19, "explode auto structs", false, LEVEL_2_UP, explode_auto_struct_vars,
+     "replaces local structures by a variable for each member"},
     {20, "non-DD clone SSA NASSERTs", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {21, "non-DD SSA CP", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {22, "non-DD SSA EDA", false, LEVEL_2_UP, nullptr, NOT_BUILT},

@@ -176,10 +176,9 @@ TYPE* without_qualifiers(TYPE* type) {
 
 } // namespace
 
-SYMTAB* sym_temp(int kind, int number, TYPE* type, LS* ls) {
-    if (number < 0) number = currfuninfo->next_temp++;
-    char name[16];
-    std::snprintf(name, sizeof name, "%s$%c%ld", "$O", kind, static_cast<long>(number));
+namespace {
+
+SYMTAB* new_temp(const char* name, TYPE* type, LS* ls) {
     if (type->is_enum()) type = tp->int_type(IK_INT);
     type = without_qualifiers(type);
     auto* symbol = new SYMTAB;
@@ -197,6 +196,20 @@ SYMTAB* sym_temp(int kind, int number, TYPE* type, LS* ls) {
     if (ls == nullptr) ls = LS::level_2_scope(currfuninfo);
     if (ls != nullptr) ls->add_symbol(symbol);
     return symbol;
+}
+
+} // namespace
+
+SYMTAB* sym_temp(int kind, int number, TYPE* type, LS* ls) {
+    if (number < 0) number = currfuninfo->next_temp++;
+    char name[16];
+    std::snprintf(name, sizeof name, "%s$%c%ld", "$O", kind, static_cast<long>(number));
+    return new_temp(name, type, ls);
+}
+
+SYMTAB* sym_member_temp(const SYMTAB* object, const char* member, TYPE* type) {
+    const std::string name = std::string("$O") + "$CSU$" + object->name + "$" + member;
+    return new_temp(name.c_str(), type, object->scope);
 }
 
 SYMTAB* unlink_symbol(SYMTAB* symbol, SYMTAB* list) {

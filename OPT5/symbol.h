@@ -112,6 +112,8 @@ SYMTAB* mk_library_symbol(const char* name);
 void sym_def(SYMTAB* symbol);
 // Makes a temporary "$O$<kind><number>" of the current function; a negative number takes the next one.
 SYMTAB* sym_temp(int kind, int number, TYPE* type, LS* ls);
+// Makes a temporary "$O$CSU$<object>$<member>" for a member of a local object, in the object's scope.
+SYMTAB* sym_member_temp(const SYMTAB* object, const char* member, TYPE* type);
 // Takes the symbol out of the list; returns the new head.
 SYMTAB* unlink_symbol(SYMTAB* symbol, SYMTAB* list);
 // The defining symbol of an external declaration, by name: the symbol itself where there is no other.
