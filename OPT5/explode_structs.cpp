@@ -15,11 +15,13 @@
 #include "accesses.h"
 #include "bblk.h"
 #include "bbutils.h"
+#include "congruent.h"
 #include "copy.h"
 #include "debug.h"
 #include "def_use.h"
 #include "dump.h"
 #include "erase.h"
+#include "expand_bitfields.h"
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
@@ -70,7 +72,8 @@ bool collect_leaves(TYPE* type, std::vector<STEP>& path, std::int64_t offset, st
         !csu->csu().bases.empty() || path.size() >= MAX_NESTING)
         return false;
     for (unsigned number = 1; fkMDATA* member = csu->member(number); number++) {
-        if (member->bit_field || member->type->is_volatile()) return false;
+        if (member->type->is_volatile()) return false;
+        if (member->bit_field && (member->width == 0 || *member->name == '\0')) continue; // padding
         path.push_back({member, csu});
         TYPE* of_member = member->type->normalized();
         if (of_member->is_scalar()) {
@@ -98,12 +101,14 @@ class EXPLOSION {
     // Finding out what stands in the way.
     void keep(const PART& part);
     void look_at(NODE* statement);
+    void look_at_target(const NODE* assignment, bool is_root);
     void look_at_operands(NODE* tree);
     bool look_at_copy(NODE* assignment);
     void settle();
 
     // Rewriting.
     void make_variables(CANDIDATE& candidate);
+    void cut_assigned_value(NODE* assignment);
     NODE* replace_leaves(NODE* tree);
     NODE* member_of(NODE* object, const LEAF& leaf, int depth) const;
     LIST** copy_members(LIST** place);
@@ -164,17 +169,24 @@ void EXPLOSION::keep(const PART& part) {
     if (part.candidate >= 0) candidates_[static_cast<std::size_t>(part.candidate)].symbol = nullptr;
 }
 
+// A bit-field's variable is assigned what the field would hold, so the operator must be one that can be
+// written as an assignment.
+void EXPLOSION::look_at_target(const NODE* assignment, bool is_root) {
+    const PART target = part_of(assignment->left);
+    if (target.candidate < 0) return;
+    candidates_[static_cast<std::size_t>(target.candidate)].is_assigned = true;
+    if (!is_bit_field_place(assignment->left) || op_suits_bit_field(assignment->op)) return;
+    const bool steps = assignment->op == PLUSPLUS || assignment->op == MINMIN;
+    if (!steps || !is_root) keep(target);
+}
+
 // Any other use of a structure than that of one of its leaves keeps it.
 void EXPLOSION::look_at_operands(NODE* tree) {
     NODE_STACK pending;
     pending.push(tree);
     while (!pending.empty()) {
         for (NODE* node = pending.pop(); node != nullptr; node = node->left) {
-            if (opcode_is_ASG(node->op)) {
-                const PART target = part_of(node->left);
-                if (target.candidate >= 0)
-                    candidates_[static_cast<std::size_t>(target.candidate)].is_assigned = true;
-            }
+            if (opcode_is_ASG(node->op)) look_at_target(node, node == tree);
             if (node->op == NAME || node->op == STDOT) {
                 const PART part = part_of(node);
                 if (part.candidate >= 0) {
@@ -245,6 +257,17 @@ void EXPLOSION::make_variables(CANDIDATE& candidate) {
     dprintf("Exploding %s\tinto %s.\n", candidate.symbol->name, names.c_str());
 }
 
+// Makes an assignment to a bit-field one of the value that the field would hold.
+void EXPLOSION::cut_assigned_value(NODE* assignment) {
+    NODE* place = assignment->left;
+    if (!is_bit_field_place(place) || part_of(place).candidate < 0) return;
+    if (assignment->op == PLUSPLUS) assignment->op = PLUSASG;
+    if (assignment->op == MINMIN) assignment->op = MINUSASG;
+    if (assignment->op != ASG) opASG_to_ASG(assignment);
+    TYPE* type = place->type->true_type();
+    assignment->right = cut_to_bit_field(coerce_to_type(assignment->right, type), place->right->mdata, type);
+}
+
 NODE* EXPLOSION::replace_leaves(NODE* tree) {
     bool changed = false;
     // Leaves go from the top: what is inside an access of one is no access by itself.
@@ -266,6 +289,7 @@ NODE* EXPLOSION::replace_leaves(NODE* tree) {
     pending.push(tree);
     while (!pending.empty()) {
         for (NODE* node = pending.pop(); node != nullptr; node = node->left) {
+            if (opcode_is_ASG(node->op)) cut_assigned_value(node);
             for (NODE** operand : {&node->left, &node->right})
                 if (*operand != nullptr)
                     if (NODE* name = replaced(*operand)) *operand = name;
