@@ -63,7 +63,7 @@ bool tree_has_side_effects(NODE* tree) {
 
 namespace {
 
-bool receives_parameter(const NODE* asg) {
+bool may_receive_parameter(const NODE* asg) {
     if (asg->op != ASG && asg->op != STASG) return false;
     const NODE* target = asg->left;
     const NODE* source = asg->right;
@@ -72,14 +72,25 @@ bool receives_parameter(const NODE* asg) {
            target->symbol() == source->symbol() && target->symbol()->level == 1;
 }
 
+// Whether `test` holds for every element of a PCOMMA chain, or for the tree that is none.
+template <class TEST> bool all_of_chain(NODE* tree, TEST test) {
+    for (; tree != nullptr && tree->op == PCOMMA; tree = tree->left)
+        if (tree->right == nullptr || !test(tree->right)) return false;
+    return tree != nullptr && test(tree);
+}
+
 } // namespace
 
+void mark_arg_prolog(NODE* statement) {
+    if (!all_of_chain(statement, may_receive_parameter)) return;
+    all_of_chain(statement, [](NODE* asg) {
+        asg->flags |= NODE_RECEIVES_PARAMETER;
+        return true;
+    });
+}
+
 bool tree_is_arg_prolog(NODE* tree) {
-    while (tree != nullptr && tree->op == PCOMMA) {
-        if (tree->right == nullptr || !receives_parameter(tree->right)) return false;
-        tree = tree->left;
-    }
-    return tree != nullptr && receives_parameter(tree);
+    return all_of_chain(tree, [](const NODE* asg) { return (asg->flags & NODE_RECEIVES_PARAMETER) != 0; });
 }
 
 bool is_comment(const NODE* statement) {

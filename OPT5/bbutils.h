@@ -110,9 +110,13 @@ bool tree_has_side_effects(NODE* tree);
 // Whether the node by itself accesses volatile storage, as far as its types and its symbol tell.
 bool node_is_volatile_access(const NODE* node);
 
-// The statement that receives the parameters: a left-nested PCOMMA chain of assignments of a parameter to
-// itself, or one such assignment. It is never an assignment to be optimised.
+// Whether the tree is the statement that receives the parameters, or one of its assignments: a left-nested
+// PCOMMA chain of assignments of a parameter to itself, or one such assignment. It is never an assignment to
+// be optimised. Being the first statement of a body makes it one, not its form, which `q = (int)q` has too.
 bool tree_is_arg_prolog(NODE* tree);
+
+// Makes the first statement of a body the argument prolog, if it has that form. For the reader.
+void mark_arg_prolog(NODE* statement);
 
 // Whether the statement is a comment: an ASM that is no assembly text.
 bool is_comment(const NODE* statement);

@@ -62,6 +62,7 @@ class OPT_CLIENT final : public IF_CLIENT {
     std::vector<unsigned> label_numbers_;             // in order of appearance
     int lex_ = 0;                                     // depth of open scopes; 0 outside a function
     bool args_ended_ = false;
+    bool is_at_start_ = false; // of a body: no statement or label yet
     bool has_here_ = false;
     PSN here_{};
 };
