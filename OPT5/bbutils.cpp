@@ -63,7 +63,7 @@ bool tree_has_side_effects(NODE* tree) {
 
 namespace {
 
-bool may_receive_parameter(const NODE* asg) {
+bool receives_parameter(const NODE* asg) {
     if (asg->op != ASG && asg->op != STASG) return false;
     const NODE* target = asg->left;
     const NODE* source = asg->right;
@@ -72,25 +72,18 @@ bool may_receive_parameter(const NODE* asg) {
            target->symbol() == source->symbol() && target->symbol()->level == 1;
 }
 
-// Whether `test` holds for every element of a PCOMMA chain, or for the tree that is none.
-template <class TEST> bool all_of_chain(NODE* tree, TEST test) {
-    for (; tree != nullptr && tree->op == PCOMMA; tree = tree->left)
-        if (tree->right == nullptr || !test(tree->right)) return false;
-    return tree != nullptr && test(tree);
-}
-
 } // namespace
 
-void mark_arg_prolog(NODE* statement) {
-    if (!all_of_chain(statement, may_receive_parameter)) return;
-    all_of_chain(statement, [](NODE* asg) {
-        asg->flags |= NODE_RECEIVES_PARAMETER;
-        return true;
-    });
-}
-
-bool tree_is_arg_prolog(NODE* tree) {
-    return all_of_chain(tree, [](const NODE* asg) { return (asg->flags & NODE_RECEIVES_PARAMETER) != 0; });
+void mark_arg_prolog(NODE* first_statement) {
+    NODE* tree = first_statement;
+    for (; tree->op == PCOMMA; tree = tree->left)
+        if (!receives_parameter(tree->right)) return;
+    if (!receives_parameter(tree)) return;
+    for (tree = first_statement; tree->op == PCOMMA; tree = tree->left) {
+        tree->flags |= NF_RECEIVES_PARAMETER;
+        tree->right->flags |= NF_RECEIVES_PARAMETER;
+    }
+    tree->flags |= NF_RECEIVES_PARAMETER;
 }
 
 bool is_comment(const NODE* statement) {

@@ -29,7 +29,7 @@ struct fkMDATA;
 struct simul_fval;
 
 // Bits of NODE::flags.
-constexpr std::uint32_t NODE_RECEIVES_PARAMETER = 2; // an assignment of the argument prolog
+constexpr std::uint32_t NF_RECEIVES_PARAMETER = 2; // part of the argument prolog
 
 constexpr std::uint32_t NO_PROFILE = 0xffffffffu; // edge_profile of a node without a count
 

@@ -1,7 +1,6 @@
 #include "read.h"
 
 #include <cstring>
-#include <utility>
 
 #include "bad_input.h"
 #include "bblk.h"
@@ -162,8 +161,8 @@ void OPT_CLIENT::cl_begin_func(I_SYMTAB* owner, const PSN* psn) {
     label_numbers_.clear();
     set_here(psn);
     lex_ = 1;
+    is_first_expr_ = true;
     args_ended_ = false;
-    is_at_start_ = true;
     LS::open(function); // the file's scope
     LS::open(function);
 }
@@ -202,9 +201,10 @@ void OPT_CLIENT::append(NODE* statement, const PSN* psn) {
 void OPT_CLIENT::cl_expr(BASE_NODE* tree, const PSN* psn) {
     need_function("a statement");
     set_here(psn);
-    if (std::exchange(is_at_start_, false)) mark_arg_prolog(static_cast<NODE*>(tree));
     LBL* behind = nullptr;
     NODE* statement = expr_cleanup(static_cast<NODE*>(tree), behind);
+    if (is_first_expr_ && currfuninfo->params != nullptr && statement != nullptr) mark_arg_prolog(statement);
+    is_first_expr_ = false;
     if (statement != nullptr) append(statement, psn);
     if (behind != nullptr) append(mk_LABELDEF(behind), nullptr);
 }
@@ -226,7 +226,6 @@ LBL* OPT_CLIENT::fresh_label() {
 
 void OPT_CLIENT::cl_label(unsigned number) {
     need_function("a label");
-    is_at_start_ = false;
     LBL* label = label_of_file(number);
     FILE_LABEL& entry = labels_[number];
     if (entry.defined) bad_input(here(), "label %u is defined twice", number);
