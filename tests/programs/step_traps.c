@@ -1,8 +1,8 @@
-/* What tempts a step to assume too much: ways into and out of a function, places with two names, values that change as
-   they are stored, parts that may not be evaluated. 16-bit only. */
-#include <stdio.h>
-#include <stdarg.h>
+/* What tempts a step to assume too much: ways into and out of a function, places with two names, values that
+   change as they are stored, parts that may not be evaluated. 16-bit only. */
 #include <setjmp.h>
+#include <stdarg.h>
+#include <stdio.h>
 #include <string.h>
 
 /* --- parameters in memory, and what lies above the last named one */
@@ -16,7 +16,7 @@ static int sum(int n, ...) {
     return s;
 }
 static int param_address(int a, int b) {
-    int *p = &a;
+    int* p = &a;
     *p = b;
     b = a + 1;
     p = &b;
@@ -48,18 +48,18 @@ static int compounds(void) {
     signed char c = 32767;
     long long ll = 1;
     int r;
-    i += 1.75f;          /* (int)(-1 + 1.75) */
+    i += 1.75f; /* (int)(-1 + 1.75) */
     r = i;
     i = 7;
     i *= f;
     r = r * 100 + i;
     i = -7;
-    i /= u;              /* unsigned division */
+    i /= u; /* unsigned division */
     r += i & 0xff;
     i = 5;
-    i -= l;              /* wraps */
+    i -= l; /* wraps */
     r ^= i;
-    c += 1;              /* 16 bits */
+    c += 1; /* 16 bits */
     r ^= c;
     u -= 4;
     r ^= (int)(u >> 3);
@@ -72,7 +72,12 @@ static int compounds(void) {
 }
 
 /* --- booleans, bit-fields, unions */
-struct bits { unsigned a : 3; int b : 4; unsigned c : 9; int d; };
+struct bits {
+    unsigned a : 3;
+    int b : 4;
+    unsigned c : 9;
+    int d;
+};
 static int fields(int x) {
     struct bits s = {0};
     int v;
@@ -84,7 +89,15 @@ static int fields(int x) {
     s.d = s.c = x + 600;
     return v * 1000 + s.b * 10 + s.c + s.d;
 }
-union view { long l; int i[2]; float f; struct { unsigned lo : 5; unsigned hi : 11; } b; };
+union view {
+    long l;
+    int i[2];
+    float f;
+    struct {
+        unsigned lo : 5;
+        unsigned hi : 11;
+    } b;
+};
 static int views(int x) {
     union view u;
     int a;
@@ -106,7 +119,10 @@ static _Bool flag(int x) {
 
 /* --- conditional evaluation */
 static int calls;
-static int call(int x) { calls++; return x; }
+static int call(int x) {
+    calls++;
+    return x;
+}
 static int conditional(int a, int b) {
     int x = 1, y = 2, z;
     z = a && (x = call(b)) && (y = x + 1);
@@ -119,7 +135,7 @@ static int div_guard(int a, int b) {
     if (b) q = a / b;
     return q + (b != 0 ? a % b : -1);
 }
-static int null_guard(int *p) {
+static int null_guard(int* p) {
     int v = 3;
     if (p) v = *p;
     if (p && *p > 2) v++;
@@ -127,10 +143,13 @@ static int null_guard(int *p) {
 }
 
 /* --- address-taken locals and pointers into parts */
-static void set(int *p, int v) { *p = v; }
+static void set(int* p, int v) { *p = v; }
 static int parts(int n) {
     int a[4] = {1, 2, 3, 4};
-    struct { int x, y; int *p; } s = {5, 6, 0};
+    struct {
+        int x, y;
+        int* p;
+    } s = {5, 6, 0};
     int *q = &a[1], one = 1;
     s.p = &s.y;
     *s.p = n;
@@ -172,7 +191,8 @@ static int spin(int n) {
 static void forever_unless(int n) {
     while (n == 12345)
         ;
-    if (n == 4321) for (;;) n++;
+    if (n == 4321)
+        for (;;) n++;
 }
 static int chained(int n) {
     int a, b, c;
@@ -215,13 +235,18 @@ static int selects(int x) {
         case 1: r += 1000; break;
         case 0xFFFFFFFFUL: r += 5; break;
     }
-    switch (x < 0) { case 0: r++; case 1: r++; }
-    switch (r) { default: r--; }
-    switch (r) { }
+    switch (x < 0) {
+        case 0: r++;
+        case 1: r++;
+    }
+    switch (r) {
+        default: r--;
+    }
+    switch (r) {}
     return r;
 }
 static int tail(int n, int acc) { return n == 0 ? acc : tail(n - 1, acc + n); }
-static int tail_address(int n, int *p) {
+static int tail_address(int n, int* p) {
     int here = n + (p ? *p : 0);
     if (n == 0) return here;
     return tail_address(n - 1, &here);
@@ -277,7 +302,8 @@ int main(void) {
     forever_unless(1);
     printf("%d %d %u %u\n", chained(2), hard(), wrap(0), wrap(9));
     for (int i = -2; i < 6; i++) printf("%d ", selects(i));
-    printf("\n%d %d %d %d\n", tail(10, 0), tail_address(3, 0), swap_tail(1, 2, 3), uninit_path(0) + uninit_path(1));
+    printf("\n%d %d %d %d\n", tail(10, 0), tail_address(3, 0), swap_tail(1, 2, 3),
+           uninit_path(0) + uninit_path(1));
     printf("%d\n", self(4));
     return 0;
 }
