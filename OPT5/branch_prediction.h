@@ -20,7 +20,6 @@
 
 class BBLK;
 class NATURAL_LOOPS;
-class NODE;
 
 // Of an edge that is not expected to be taken; not zero, so that there is still an order among such edges.
 constexpr double NEVER_TAKEN = 1e-6;
@@ -48,17 +47,12 @@ class BRANCH_PREDICTION {
     static constexpr double MAX_FREQUENCY = 1e100;
 
   private:
-    void find_cold_blocks();
-    void predict(const NATURAL_LOOPS& loops);
-    void propagate(const NATURAL_LOOPS& loops);
+    void build(const NATURAL_LOOPS& loops);
 
     std::vector<std::size_t> first_edge_; // by block id: where its probabilities start
     std::vector<double> probability_;     // of the edges of all blocks, in edge list order
     std::vector<double> frequency_;       // by block id
     std::vector<bool> is_cold_;           // by block id
 };
-
-// Whether the statement is the intrinsic by which a program says that it does not get there.
-bool is_never_executed_mark(const NODE* statement);
 
 #endif

@@ -19,6 +19,7 @@ struct NATURAL_LOOP {
     BBLK* header;
     int parent;                  // number of the innermost loop around it, or NO_LOOP
     int depth;                   // 1 for an outermost loop
+    int jump;                    // some loop around it, or NO_LOOP, for `common`
     int end;                     // the loops inside it have the numbers behind its own up to this, exclusive
     std::vector<BBLK*> latches;  // sources of the back edges, in layout order
     std::vector<BBLK*> contents; // the blocks of this loop and of no loop inside it, in layout order
@@ -38,6 +39,8 @@ class NATURAL_LOOPS {
     int depth(const BBLK* bb) const;
     // Whether the block is in the loop of that number. Everything is in NO_LOOP.
     bool contains(int loop, const BBLK* bb) const;
+    // The innermost loop that both blocks are in. Logarithmic in the depth.
+    int common(const BBLK* a, const BBLK* b) const;
     bool is_header(const BBLK* bb) const;
     // Whether control that takes the edge is back at a header whose loop it is in.
     bool is_back_edge(const BBLK* from, const BBLK* to) const;
@@ -48,7 +51,6 @@ class NATURAL_LOOPS {
     static unsigned number(const BBLK* bb);
     bool dominates(const BBLK* a, const BBLK* b) const;
     void number_dominator_tree(Dominator& dominators);
-    void collect(BBLK* header, std::vector<BBLK*>& pending);
     void order_loops();
 
     std::vector<NATURAL_LOOP> loops_;
