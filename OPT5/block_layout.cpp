@@ -1,7 +1,7 @@
 // The order of blocks, by the bottom-up chains of Pettis and Hansen.
 //
-// Every block starts as a chain of its own. An edge joins two chains if it leads from the last block of one to
-// the first block of the other. Edges are taken loop by loop from the inside out, and those of one loop by
+// Every block starts as a chain of its own. An edge joins two chains if it leads from the last block of one
+// to the first block of the other. Edges are taken loop by loop from the inside out, and those of one loop by
 // their weight; when a loop is done, its chains become one, so that the loops around it find it in one piece.
 //
 // The weight of an edge is what it saves when its target follows: each jump that is taken, and each operator
@@ -11,7 +11,8 @@
 //     IF(c, t, f)     one follows: its jump is saved, and the BRANCH beside the conditional jump, which
 //                     otherwise serves the arm that is less likely
 //
-// So the jump back of a loop comes before the edge from its test into its body, and tests end up at the bottom.
+// So the jump back of a loop comes before the edge from its test into its body, and tests end up at the
+// bottom.
 
 #include "block_layout.h"
 
@@ -101,11 +102,11 @@ class TRACE_LAYOUT {
     const NATURAL_LOOPS loops_;
     const BRANCH_PREDICTION prediction_;
     std::vector<std::vector<CANDIDATE>> candidates_; // by loop, the whole function first
-    std::vector<BLOCKS> members_;                    // by loop, the whole function first: blocks, inner headers
-    std::vector<BBLK*> up_;                          // by block id: towards the root of its chain
-    std::vector<CHAIN> chains_;                      // by id of the root
-    std::vector<BBLK*> follower_;                    // by block id
-    std::vector<unsigned> listed_;                   // by id of the root: the list it was taken into last
+    std::vector<BLOCKS> members_;  // by loop, the whole function first: blocks, inner headers
+    std::vector<BBLK*> up_;        // by block id: towards the root of its chain
+    std::vector<CHAIN> chains_;    // by id of the root
+    std::vector<BBLK*> follower_;  // by block id
+    std::vector<unsigned> listed_; // by id of the root: the list it was taken into last
     unsigned lists_ = 0;
 };
 
@@ -266,8 +267,8 @@ TRACE_LAYOUT::BLOCKS TRACE_LAYOUT::final_order() {
     return order;
 }
 
-// Where neither arm follows, the writer makes two transfers, and is to know which arm goes with the first. The
-// labels of other transfers stay without a guess.
+// Where neither arm follows, the writer makes two transfers, and is to know which arm goes with the first.
+// The labels of other transfers stay without a guess.
 void TRACE_LAYOUT::note_chances() const {
     for (const BBLK* bb = first_; bb != exit_; bb = bb->next) {
         const NODE* transfer = last_statement(bb);

@@ -257,6 +257,8 @@ void wrbblocks() {
     number_labels();
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
         if (bb->label != nullptr && bb->label->refs > 0) wrbdlr(bb->label);
+        if (is_never_executed(bb) && !is_comment(bb->statements->first))
+            wrasmr(REC_COMMENT, NEVER_REACHED, nullptr);
         for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) wrexpr(cell);
     }
 }
