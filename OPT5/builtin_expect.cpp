@@ -26,7 +26,8 @@ NODE*& arguments_of(NODE* expect) { return expect->op == ICALL ? expect->left : 
 
 // The constant under its conversions, null where the operand is none.
 const NODE* constant_of(const NODE* operand) {
-    while ((operand->op == SCONV || operand->op == ACONV) && operand->left != nullptr) operand = operand->left;
+    while ((operand->op == SCONV || operand->op == ACONV) && operand->left != nullptr)
+        operand = operand->left;
     return operand->op == ICON ? operand : nullptr;
 }
 

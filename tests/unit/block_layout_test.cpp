@@ -110,6 +110,34 @@ TEST_F(LAYOUT, RandomGraphsComeNearTheBestOrder) {
     EXPECT_LT(straightened, best * 1.05) << "as read " << as_read << ", rotated " << rotated;
 }
 
+// The code generator finds the blocks of a loop that it is to repeat by their order.
+TEST_F(LAYOUT, MarkedLoopsStay) {
+    const auto order_with = [&](int mark) {
+        begin_another(0);
+        label(1);
+        stmt(cbranch(name(x), 2));
+        stmt(inc(y));
+        stmt(branch(1));
+        label(2);
+        stmt(ret(name(y)));
+        end_uncleaned();
+        NODE* test = last_statement(block(2));
+        if (mark == op::ENDLOOP) test->left = tree(mark, int_type, test->left, icon(1));
+        if (mark == op::LOOP) {
+            NODE* start = tree(mark, void_type, icon(1), icon(1));
+            insert_stmt_before_stmt_in_bb(start, test, block(2), nullptr);
+        }
+        rotate_loops();
+        straighten_traces_in_cfg();
+        std::string text;
+        for (const BBLK* bb : order()) text += std::to_string(bb->uon()) + " ";
+        return text;
+    };
+    EXPECT_EQ(order_with(op::NOP), "0 2 1 3 4 ");
+    EXPECT_EQ(order_with(op::LOOP), "0 1 2 3 4 ");
+    EXPECT_EQ(order_with(op::ENDLOOP), "0 1 2 3 4 ");
+}
+
 TEST_F(LAYOUT, LargeFunctionsAreFast) {
     std::mt19937 random(23);
     begin_another(1);
