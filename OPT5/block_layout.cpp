@@ -41,6 +41,10 @@ struct CANDIDATE {
     double weight;
 };
 
+// What a jump that is taken costs, where an operator costs 1. A guess of the likelier arm must not cost more
+// operators than it can save.
+constexpr double JUMP = 0.5;
+
 // The edge from a block with pragmas of a loop into that loop.
 constexpr double BINDING = std::numeric_limits<double>::infinity();
 
@@ -161,8 +165,8 @@ std::vector<TRACE_LAYOUT::CHAIN> TRACE_LAYOUT::chains_of(const BLOCKS& blocks) {
 double TRACE_LAYOUT::weight(const BBLK* from, const BBLK* to) const {
     const double taken = prediction_.frequency(from, to);
     switch (last_statement(from)->op) {
-        case BRANCH: return 2 * taken;
-        case IF: return taken + std::min(taken, prediction_.frequency(from) - taken);
+        case BRANCH: return (1 + JUMP) * taken;
+        case IF: return JUMP * taken + std::min(taken, prediction_.frequency(from) - taken);
         default: return 0; // a SWITCH and a RETURN have no fall through
     }
 }
@@ -209,6 +213,8 @@ double TRACE_LAYOUT::value_at_end(int loop, const BBLK* tail) const {
     const int op = last_statement(tail)->op;
     double best = 0;
     if (op != BRANCH && op != IF) return best;
+    // A jump to the end of the function is written as a return, wherever it stands.
+    if (loop == NO_LOOP && op == BRANCH) return best;
     for (const EDGE* edge = tail->successors; edge != nullptr; edge = edge->next)
         if (loop == NO_LOOP ? edge->bb == exit_ : !loops_.contains(loop, edge->bb))
             best = std::max(best, weight(tail, edge->bb));
