@@ -3,8 +3,10 @@
 // A block in memory always ends with an explicit transfer; a file has fall through. `lower_transfers` closes
 // the gap, block by block, with `next` the block behind it:
 //
-//     IF(c, t, f)    f is not next:   CBRANCH(c, LABEL f), then BRANCH(LABEL t) unless t is next
-//                    f is next:       CBRANCH(not c, LABEL t)
+//     IF(c, t, f)    t is next:      CBRANCH(c, LABEL f)
+//                    f is next:      CBRANCH(not c, LABEL t)
+//                    neither:        CBRANCH(c, LABEL f), BRANCH(LABEL t); where t is known to be the more
+//                                    likely one, CBRANCH(not c, LABEL t), BRANCH(LABEL f)
 //     BRANCH(t)      t is next:       nothing
 //                    t is the exit:   URETURN
 //     exit block     nothing: the body ends here
@@ -16,6 +18,7 @@
 #include "write.h"
 
 #include <cstdint>
+#include <utility>
 
 #include "bblk.h"
 #include "bbutils.h"
@@ -58,32 +61,15 @@ NODE* inverse_condition(NODE* condition) {
     return mk_EXCLAIM(condition);
 }
 
-void lower_IF(LIST* last, const BBLK* next) {
-    NODE* transfer = last->first;
-    NODE* arms = transfer->right;
-    NODE* if_true = arms->left;
-    NODE* if_false = arms->right;
-    arms->left = arms->right = nullptr;
-    erase_node(arms);
-    transfer->op = CBRANCH;
-    const bool true_is_next = if_true->label->bb == next;
-    if (if_false->label->bb == next && !true_is_next) {
-        transfer->left = inverse_condition(transfer->left);
-        transfer->right = if_true;
-        erase_tree(if_false);
-        return;
-    }
-    transfer->right = if_false;
-    if (true_is_next) {
-        erase_tree(if_true);
-    } else {
-        NODE* branch = maketree(BRANCH, if_true, nullptr, tp->void_type(), nullptr);
-        last->next = mklist(branch, nullptr, 0, 0);
-        last->next->psn = last->psn;
-    }
+// Whether a conditional jump of its own to the first arm is better than one to the second: the other arm
+// follows, or is the less likely one and takes a second transfer.
+bool jumps_when_true(const NODE* if_true, const NODE* if_false, const BBLK* next) {
+    if (if_true->label->bb == next) return false;
+    if (if_false->label->bb == next) return true;
+    return if_true->freq > 0.5;
 }
 
-// Null: the transfer is the fall through.
+// Null: the transfer is the fall through. Otherwise the transfer, or what takes its place.
 NODE* lower_BRANCH(NODE* transfer, const BBLK* next) {
     const BBLK* target = transfer->left->label->bb;
     if (target == next) return nullptr;
@@ -92,6 +78,30 @@ NODE* lower_BRANCH(NODE* transfer, const BBLK* next) {
     NODE* name = mk_NAME(currfunc, nullptr);
     name->type = currfunc->otype;
     return maketree(URETURN, name, nullptr, tp->void_type(), nullptr);
+}
+
+void lower_IF(LIST* last, const BBLK* next) {
+    NODE* transfer = last->first;
+    NODE* arms = transfer->right;
+    NODE* target = arms->right;
+    NODE* other = arms->left;
+    arms->left = arms->right = nullptr;
+    erase_node(arms);
+    transfer->op = CBRANCH;
+    if (jumps_when_true(other, target, next)) {
+        transfer->left = inverse_condition(transfer->left);
+        std::swap(target, other);
+    }
+    transfer->right = target;
+    if (other->label->bb == next) {
+        erase_tree(other);
+    } else {
+        NODE* branch = maketree(BRANCH, other, nullptr, tp->void_type(), nullptr);
+        NODE* lowered = lower_BRANCH(branch, next);
+        if (lowered != branch) erase_tree(branch);
+        last->next = mklist(lowered, nullptr, 0, 0);
+        last->next->psn = last->psn;
+    }
 }
 
 void drop_last_cell(BBLK* bb) {
@@ -245,6 +255,8 @@ void wrbblocks() {
     number_labels();
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
         if (bb->label != nullptr && bb->label->refs > 0) wrbdlr(bb->label);
+        if (is_never_executed(bb) && !is_comment(bb->statements->first))
+            wrasmr(REC_COMMENT, NEVER_REACHED, nullptr);
         for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) wrexpr(cell);
     }
 }
