@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "bblk.h"
@@ -40,8 +39,6 @@
 using namespace op;
 
 namespace {
-
-constexpr char NEVER_EXECUTED[] = "_never_executed";
 
 // A selector with so many values or more is not rewritten.
 constexpr int RANGE_LIMIT = 500;
@@ -250,16 +247,6 @@ class SWITCH_CASES {
 
 SWITCH_CASES::SWITCH_CASES(BBLK* bb, const BLOCK_EFFECTS& effects)
     : bb_(bb), effects_(effects), last_(last_cell(bb)), switch_(last_->first) {}
-
-// Whether the block is one that control never comes to.
-bool is_never_executed(const BBLK* bb) {
-    for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
-        const NODE* statement = cell->first;
-        if (statement->op == UMCALL && std::string_view(statement->intrinsic()) == NEVER_EXECUTED)
-            return true;
-    }
-    return false;
-}
 
 bool SWITCH_CASES::read_list() {
     shape_ = shape_of(switch_->left->type);
