@@ -6,6 +6,7 @@
 
 #include "steps.h"
 
+#include "cond_paths.h"
 #include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
@@ -24,12 +25,6 @@ void pass_2_header() {
     if (!print_debug) return;
     std::fflush(fdebug);
     std::printf("%s Pass 2\n", OPTIMIZER_TITLE);
-}
-
-void straighten_cond_paths() {
-    if (pass_disable("cps") != 0) return;
-    do_early_cross_jumping();
-    simpcfg(false, false);
 }
 
 void pass_2_inits() { simpcfg(false, false); }
@@ -69,7 +64,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits, "cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
-     "merges blocks that do the same and takes away tests that others have settled"},
+     "merges blocks that do the same; takes away tests that others have settled, and leads ways past tests "
+     "whose outcome is known on them"},
     {14, "early LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {15, "early fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining,
      "joins assignments to one place; then as step 1"},
