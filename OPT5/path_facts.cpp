@@ -27,7 +27,7 @@ namespace {
 
 constexpr int MAX_TEST_NODES = 48;         // of a test, also with what has been put into it
 constexpr std::size_t MAX_STATEMENTS = 24; // of one block that are looked at one by one
-constexpr int MAX_BLOCKS_AHEAD = 8;        // of the path
+constexpr int MAX_BLOCKS = 24;             // of the path and ahead of it
 constexpr int MAX_CHANGES = 256;           // symbols that the blocks of one query change
 constexpr std::size_t MAX_FACTS = 4;       // that one edge tells
 
@@ -298,16 +298,17 @@ NODE* PATH_FACTS::outcome(const std::vector<BBLK*>& path) const {
     NODE* transfer = tail(bb).statements.front();
     QUESTION question(*this, transfer);
     std::size_t place = path.size() - 1;
-    int blocks = MAX_BLOCKS_AHEAD;
+    int blocks = MAX_BLOCKS;
     for (bool is_first = true; !question.is_settled(); is_first = false) {
         if (!question.go_back_over(bb, !is_first)) return nullptr;
         if (question.is_settled()) break;
+        if (blocks-- == 0) return nullptr;
         const BBLK* from = nullptr;
         if (place > 0) {
             from = path[--place];
         } else {
             const EDGE* edge = bb->predecessors;
-            if (edge == nullptr || edge->next != nullptr || bb->is_kept || blocks-- == 0) return nullptr;
+            if (edge == nullptr || edge->next != nullptr || bb->is_kept) return nullptr;
             from = edge->bb;
         }
         question.go_back_along_edge(from, bb);

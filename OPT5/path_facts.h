@@ -18,7 +18,7 @@ class NODE;
 struct LIST;
 
 // A snapshot: valid until a statement or an edge changes. Near linear to build; a query looks at a bounded
-// number of statements ahead of the path and of statements in each block of it.
+// number of blocks and statements.
 class PATH_FACTS {
   public:
     // Edges must be right.

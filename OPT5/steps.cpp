@@ -16,6 +16,7 @@
 #include "output.h"
 #include "pass.h"
 #include "simpcfg.h"
+#include "superblocks.h"
 #include "version.h"
 
 namespace {
@@ -129,7 +130,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {71, "superblocks", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {71, "superblocks", false, LEVEL_1_UP, optimize_superblocks_in_cfg,
+     "settles tests and moves assignments along likely paths"},
     {72, "subrange", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {73, "lcp", false, LEVEL_1_UP, propagate_copies, "as step 62"},
     {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
