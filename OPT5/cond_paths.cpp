@@ -40,7 +40,7 @@ using namespace op;
 namespace {
 
 // Each round can follow up on what the one before has straightened.
-constexpr int MAX_ROUNDS = 4;
+constexpr int MAX_ROUNDS = 3;
 
 // Statements ahead of a test that are copied at most.
 constexpr int MAX_COPIED_STATEMENTS = 8;

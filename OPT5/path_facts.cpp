@@ -29,6 +29,7 @@ constexpr int MAX_TEST_NODES = 48;         // of a test, also with what has been
 constexpr std::size_t MAX_STATEMENTS = 24; // of one block that are looked at one by one
 constexpr int MAX_BLOCKS = 24;             // of the path and ahead of it
 constexpr int MAX_CHANGES = 256;           // symbols that the blocks of one query change
+constexpr std::size_t MAX_CASES = 16;      // that a DEFAULT excludes
 constexpr std::size_t MAX_FACTS = 4;       // that one edge tells
 
 bool is_small_and_pure(NODE* tree, int limit) {
@@ -96,12 +97,12 @@ void PATH_FACTS::list_cases(const BBLK* bb, NODE* transfer) {
         if (!known.empty() && known.back().first == bb) {
             known.back().second = nullptr;
         } else {
-            known.push_back({bb, element->op == CASE ? element : nullptr});
+            known.push_back({bb, element});
         }
     }
 }
 
-NODE* PATH_FACTS::case_of_edge(const BBLK* from, const BBLK* to) const {
+NODE* PATH_FACTS::only_element(const BBLK* from, const BBLK* to) const {
     for (const auto& [bb, element] : cases_[index(to)])
         if (bb == from) return element;
     return nullptr;
@@ -140,6 +141,7 @@ class PATH_FACTS::QUESTION {
     bool list_stored(NODE* assignment, std::vector<STORED>& stored) const;
     bool substitute(NODE* assignment);
     void learn(const FACT& fact);
+    void learn_of_default(NODE* transfer);
     template <class VALUE_OF> bool replace(VALUE_OF value_of);
     void replace_congruent(NODE* tree, const INT65& value);
     void simplify();
@@ -287,9 +289,28 @@ void PATH_FACTS::QUESTION::go_back_along_edge(const BBLK* from, const BBLK* to) 
             if (!is_settled()) learn(fact);
         return;
     }
-    const NODE* element = facts_.case_of_edge(from, to);
+    const NODE* element = facts_.only_element(from, to);
     if (element == nullptr) return;
-    replace_congruent(transfer->left, element->left->u.lval);
+    if (element->op == CASE) {
+        replace_congruent(transfer->left, element->left->u.lval);
+    } else if (!is_switch_ && is_int_or_ptr(transfer->left->type)) {
+        learn_of_default(transfer);
+    }
+}
+
+// None of the cases holds.
+void PATH_FACTS::QUESTION::learn_of_default(NODE* transfer) {
+    NODE* selector = transfer->left;
+    std::size_t count = 0;
+    for (NODE* list = transfer->right; list->op == COMMA && count < MAX_CASES; list = list->left, count++) {
+        // The DEFAULT stands last; the CASE ahead of it is on the right of the next COMMA, or on its left.
+        NODE* element = list->left->op == COMMA ? list->left->right : list->left;
+        NODE* value = mk_number(to_wide(element->left->u.lval), selector->type);
+        NODE* test = maketree(EQ, copy_tree(selector, false), value, tp->int_type(IK_INT), nullptr);
+        learn({test, false});
+        erase_tree(test);
+        if (is_settled()) return;
+    }
 }
 
 NODE* PATH_FACTS::outcome(const std::vector<BBLK*>& path) const {

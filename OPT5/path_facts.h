@@ -42,14 +42,14 @@ class PATH_FACTS {
     class QUESTION;
 
     const TAIL& tail(const BBLK* bb) const { return tails_[index(bb)]; }
-    NODE* case_of_edge(const BBLK* from, const BBLK* to) const;
+    NODE* only_element(const BBLK* from, const BBLK* to) const;
     static std::size_t index(const BBLK* bb);
     void list_cases(const BBLK* bb, NODE* transfer);
 
     const BLOCK_EFFECTS effects_;
     std::vector<TAIL> tails_; // by block id
-    // By the id of a block: the SWITCH blocks that lead to it, each with the only CASE that does; null where
-    // there is a choice.
+    // By the id of a block: the SWITCH blocks that lead to it, each with the only CASE or DEFAULT that does;
+    // null where several do.
     std::vector<std::vector<std::pair<const BBLK*, NODE*>>> cases_;
 };
 
