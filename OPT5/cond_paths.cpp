@@ -175,7 +175,7 @@ void STRAIGHTENER::look_at(BBLK* bb, bool rotate) {
     const bool is_header = loops_.is_header(bb);
     if (rotate && !is_header) return;
     if (!rotate) {
-        if (NODE* label = facts_.outcome({bb})) {
+        if (NODE* label = facts_.only_outcome(bb)) {
             settled_.push_back({bb, label});
             return;
         }

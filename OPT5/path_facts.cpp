@@ -28,6 +28,9 @@ namespace {
 constexpr int MAX_TEST_NODES = 48;         // of a test, also with what has been put into it
 constexpr std::size_t MAX_STATEMENTS = 24; // of one block that are looked at one by one
 constexpr int MAX_BLOCKS = 24;             // of the path and ahead of it
+constexpr std::size_t MAX_PLACES = 8;      // at which a question is asked on all ways
+constexpr int MAX_EDGES = 24;              // of these ways
+constexpr int MAX_SUBSTITUTIONS = 2;       // in one question, by other values than constants
 constexpr int MAX_CHANGES = 256;           // symbols that the blocks of one query change
 constexpr std::size_t MAX_CASES = 16;      // that a DEFAULT excludes
 constexpr std::size_t MAX_FACTS = 4;       // that one edge tells
@@ -121,12 +124,17 @@ class PATH_FACTS::QUESTION {
     QUESTION(const PATH_FACTS& facts, NODE* transfer)
         : facts_(facts), is_switch_(transfer->op == SWITCH), asked_(copy_tree(transfer->left, false)),
           reads_(facts.effects_.reads_of(asked_)) {}
+    QUESTION(const QUESTION& other)
+        : facts_(other.facts_), is_switch_(other.is_switch_), asked_(copy_tree(other.asked_, false)),
+          reads_(other.reads_), substitutions_(other.substitutions_), budget_(other.budget_) {}
     ~QUESTION() { erase_tree(asked_); }
-    QUESTION(const QUESTION&) = delete;
     QUESTION& operator=(const QUESTION&) = delete;
 
     bool is_settled() const { return asked_->op == ICON; }
     const INT65& answer() const { return asked_->u.lval; }
+    bool is_same(const QUESTION& other) const {
+        return is_switch_ == other.is_switch_ && trees_are_congruent(asked_, other.asked_, 1);
+    }
     // Each takes the question to what is ahead; false where that is not possible.
     bool go_back_over(const BBLK* bb, bool with_transfer);
     void go_back_along_edge(const BBLK* from, const BBLK* to);
@@ -150,6 +158,7 @@ class PATH_FACTS::QUESTION {
     const bool is_switch_;
     NODE* asked_; // at the place that has been reached
     TREE_READS reads_;
+    int substitutions_ = MAX_SUBSTITUTIONS;
     int budget_ = MAX_CHANGES;
 };
 
@@ -223,7 +232,9 @@ bool PATH_FACTS::QUESTION::substitute(NODE* assignment) {
             if (store->symbol == node->symbol()) return store->value;
         return nullptr;
     };
-    const bool is_replaced = replace(value_of);
+    const bool are_constants = std::all_of(stored.begin(), stored.end(),
+                                           [](const STORED& store) { return store.value->op == ICON; });
+    const bool is_replaced = (are_constants || substitutions_-- > 0) && replace(value_of);
     for (const STORED& store : stored) erase_tree(store.value);
     return is_replaced && count_nodes_in_tree(asked_) <= MAX_TEST_NODES;
 }
@@ -313,6 +324,11 @@ void PATH_FACTS::QUESTION::learn_of_default(NODE* transfer) {
     }
 }
 
+NODE* PATH_FACTS::label_of_answer(NODE* transfer, const INT65& answer) {
+    if (transfer->op == SWITCH) return label_for_value(transfer, answer);
+    return answer.is_zero() ? transfer->right->right : transfer->right->left;
+}
+
 NODE* PATH_FACTS::outcome(const std::vector<BBLK*>& path) const {
     const BBLK* bb = path.back();
     if (!flow_is_known() || !can_ask(bb)) return nullptr;
@@ -335,6 +351,46 @@ NODE* PATH_FACTS::outcome(const std::vector<BBLK*>& path) const {
         question.go_back_along_edge(from, bb);
         bb = from;
     }
-    if (transfer->op == SWITCH) return label_for_value(transfer, question.answer());
-    return question.answer().is_zero() ? transfer->right->right : transfer->right->left;
+    return label_of_answer(transfer, question.answer());
+}
+
+// A question that comes back to where it has been asked already is settled by whatever settles it there: of
+// all runs to that place, think of the one that has come by least often.
+NODE* PATH_FACTS::only_outcome(BBLK* bb) const {
+    if (!flow_is_known() || !can_ask(bb)) return nullptr;
+    struct PLACE {
+        const BBLK* bb; // at whose start the question is asked
+        QUESTION question;
+    };
+    NODE* transfer = tail(bb).statements.front();
+    std::vector<PLACE> places;
+    places.reserve(MAX_PLACES);
+    places.push_back({bb, QUESTION(*this, transfer)});
+    if (!places[0].question.go_back_over(bb, false)) return nullptr;
+    if (places[0].question.is_settled()) return label_of_answer(transfer, places[0].question.answer());
+    NODE* only = nullptr;
+    int edges = MAX_EDGES;
+    for (std::size_t i = 0; i < places.size(); i++) {
+        const BBLK* to = places[i].bb;
+        if (to->predecessors == nullptr || to->is_kept) return nullptr;
+        for (const EDGE* edge = to->predecessors; edge != nullptr; edge = edge->next) {
+            if (edges-- == 0) return nullptr;
+            PLACE place{edge->bb, places[i].question};
+            place.question.go_back_along_edge(edge->bb, to);
+            if (!place.question.is_settled() && !place.question.go_back_over(edge->bb, true)) return nullptr;
+            if (place.question.is_settled()) {
+                NODE* label = label_of_answer(transfer, place.question.answer());
+                if (only != nullptr && only->label->bb != label->label->bb) return nullptr;
+                only = label;
+                continue;
+            }
+            const auto is_same = [&place](const PLACE& other) {
+                return other.bb == place.bb && other.question.is_same(place.question);
+            };
+            if (std::any_of(places.begin(), places.end(), is_same)) continue;
+            if (places.size() == MAX_PLACES) return nullptr;
+            places.push_back(place);
+        }
+    }
+    return only;
 }
