@@ -23,6 +23,9 @@ constexpr double UNKNOWN_FREQ = -1.0;
 // The intrinsic that marks a block to which control never comes.
 constexpr char NEVER_EXECUTED[] = "_never_executed";
 
+// The comment with which such a block is written.
+constexpr char NEVER_REACHED[] = "***\t; this point in the function is never reached";
+
 // A list cell, not a graph object.
 struct EDGE {
     BBLK* bb;    // the block at the other end

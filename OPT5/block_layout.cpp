@@ -1,7 +1,7 @@
 // The order of blocks, by the bottom-up chains of Pettis and Hansen.
 //
-// Every block starts as a chain of its own. An edge joins two chains if it leads from the last block of one to
-// the first block of the other. Edges are taken loop by loop from the inside out, and those of one loop by
+// Every block starts as a chain of its own. An edge joins two chains if it leads from the last block of one
+// to the first block of the other. Edges are taken loop by loop from the inside out, and those of one loop by
 // their weight; when a loop is done, its chains become one, so that the loops around it find it in one piece.
 //
 // The weight of an edge is what it saves when its target follows: each jump that is taken, and each operator
@@ -11,7 +11,8 @@
 //     IF(c, t, f)     one follows: its jump is saved, and the BRANCH beside the conditional jump, which
 //                     otherwise serves the arm that is less likely
 //
-// So the jump back of a loop comes before the edge from its test into its body, and tests end up at the bottom.
+// So the jump back of a loop comes before the edge from its test into its body, and tests end up at the
+// bottom.
 
 #include "block_layout.h"
 
@@ -39,6 +40,10 @@ struct CANDIDATE {
     BBLK* to;
     double weight;
 };
+
+// What a jump that is taken costs, where an operator costs 1. A guess of the likelier arm must not cost more
+// operators than it can save.
+constexpr double JUMP = 0.5;
 
 // The edge from a block with pragmas of a loop into that loop.
 constexpr double BINDING = std::numeric_limits<double>::infinity();
@@ -101,11 +106,11 @@ class TRACE_LAYOUT {
     const NATURAL_LOOPS loops_;
     const BRANCH_PREDICTION prediction_;
     std::vector<std::vector<CANDIDATE>> candidates_; // by loop, the whole function first
-    std::vector<BLOCKS> members_;                    // by loop, the whole function first: blocks, inner headers
-    std::vector<BBLK*> up_;                          // by block id: towards the root of its chain
-    std::vector<CHAIN> chains_;                      // by id of the root
-    std::vector<BBLK*> follower_;                    // by block id
-    std::vector<unsigned> listed_;                   // by id of the root: the list it was taken into last
+    std::vector<BLOCKS> members_;  // by loop, the whole function first: blocks, inner headers
+    std::vector<BBLK*> up_;        // by block id: towards the root of its chain
+    std::vector<CHAIN> chains_;    // by id of the root
+    std::vector<BBLK*> follower_;  // by block id
+    std::vector<unsigned> listed_; // by id of the root: the list it was taken into last
     unsigned lists_ = 0;
 };
 
@@ -160,8 +165,8 @@ std::vector<TRACE_LAYOUT::CHAIN> TRACE_LAYOUT::chains_of(const BLOCKS& blocks) {
 double TRACE_LAYOUT::weight(const BBLK* from, const BBLK* to) const {
     const double taken = prediction_.frequency(from, to);
     switch (last_statement(from)->op) {
-        case BRANCH: return 2 * taken;
-        case IF: return taken + std::min(taken, prediction_.frequency(from) - taken);
+        case BRANCH: return (1 + JUMP) * taken;
+        case IF: return JUMP * taken + std::min(taken, prediction_.frequency(from) - taken);
         default: return 0; // a SWITCH and a RETURN have no fall through
     }
 }
@@ -208,6 +213,8 @@ double TRACE_LAYOUT::value_at_end(int loop, const BBLK* tail) const {
     const int op = last_statement(tail)->op;
     double best = 0;
     if (op != BRANCH && op != IF) return best;
+    // A jump to the end of the function is written as a return, wherever it stands.
+    if (loop == NO_LOOP && op == BRANCH) return best;
     for (const EDGE* edge = tail->successors; edge != nullptr; edge = edge->next)
         if (loop == NO_LOOP ? edge->bb == exit_ : !loops_.contains(loop, edge->bb))
             best = std::max(best, weight(tail, edge->bb));
@@ -266,8 +273,8 @@ TRACE_LAYOUT::BLOCKS TRACE_LAYOUT::final_order() {
     return order;
 }
 
-// Where neither arm follows, the writer makes two transfers, and is to know which arm goes with the first. The
-// labels of other transfers stay without a guess.
+// Where neither arm follows, the writer makes two transfers, and is to know which arm goes with the first.
+// The labels of other transfers stay without a guess.
 void TRACE_LAYOUT::note_chances() const {
     for (const BBLK* bb = first_; bb != exit_; bb = bb->next) {
         const NODE* transfer = last_statement(bb);

@@ -96,8 +96,8 @@ class PREDICTOR {
     std::vector<const BBLK*> written_in_;  // by number of the private symbol: where it was written last
     std::vector<const BBLK*> read_in_;
     std::vector<ACCESS> accesses_;
-    std::vector<double> weights_;        // of the successors of the block in work, in edge list order
-    std::vector<std::size_t> position_;  // by block id: place in `weights_` of a successor
+    std::vector<double> weights_;       // of the successors of the block in work, in edge list order
+    std::vector<std::size_t> position_; // by block id: place in `weights_` of a successor
 };
 
 PREDICTOR::PREDICTOR(const NATURAL_LOOPS& loops, std::vector<std::size_t>& first_edge,
@@ -218,8 +218,7 @@ bool PREDICTOR::share_out() {
         }
     }
     if (unknown == weights_.size() || (unknown == 0 && known <= 0)) return false;
-    const double rest =
-        unknown == 0 ? 0 : std::max(1 - known, NEVER_TAKEN) / static_cast<double>(unknown);
+    const double rest = unknown == 0 ? 0 : std::max(1 - known, NEVER_TAKEN) / static_cast<double>(unknown);
     double sum = 0;
     for (double& weight : weights_) {
         if (weight < 0) weight = rest;
@@ -407,13 +406,13 @@ class PROPAGATOR {
 
     const BRANCH_PREDICTION& prediction_;
     const NATURAL_LOOPS& loops_;
-    std::vector<double>& weight_;         // by block id: relative to `above_`
-    std::vector<const BBLK*> above_;      // by block id: the header whose loop has taken the block in
-    std::vector<BBLK*> order_;            // reverse postorder
-    std::vector<std::size_t> place_;      // by block id: in `order_`, from 1; 0 out of reach
+    std::vector<double>& weight_;           // by block id: relative to `above_`
+    std::vector<const BBLK*> above_;        // by block id: the header whose loop has taken the block in
+    std::vector<BBLK*> order_;              // reverse postorder
+    std::vector<std::size_t> place_;        // by block id: in `order_`, from 1; 0 out of reach
     std::vector<std::vector<BBLK*>> nodes_; // by loop, the whole function first: blocks, and inner headers
     std::vector<std::vector<INCOMING>> incoming_; // by block id, from blocks in reach
-    std::vector<double> turns_;           // by loop
+    std::vector<double> turns_;                   // by loop
     std::vector<const BBLK*> chain_;
 };
 

@@ -21,7 +21,8 @@ bool NATURAL_LOOPS::contains(int loop, const BBLK* bb) const {
 
 int NATURAL_LOOPS::common(const BBLK* a, const BBLK* b) const {
     int loop = innermost(a);
-    while (!contains(loop, b)) loop = contains(loops_[loop].jump, b) ? loops_[loop].parent : loops_[loop].jump;
+    while (!contains(loop, b))
+        loop = contains(loops_[loop].jump, b) ? loops_[loop].parent : loops_[loop].jump;
     return loop;
 }
 

@@ -80,7 +80,8 @@ void ROTATOR::move_chain(BBLK* e) const {
     BBLK* a = b_->prev;
     BBLK* d = c_->next;
     BBLK* f = e->next;
-    dprintf("Candidate: A=%d, B=%d, C=%d, D=%d, E=%d, F=%d", a->dfn, b_->dfn, c_->dfn, d->dfn, e->dfn, f->dfn);
+    dprintf("Candidate: A=%d, B=%d, C=%d, D=%d, E=%d, F=%d", a->dfn, b_->dfn, c_->dfn, d->dfn, e->dfn,
+            f->dfn);
     if (print_debug != 0) prbbinfix(0, 0, 0);
     a->next = d;
     d->prev = a;

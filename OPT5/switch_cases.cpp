@@ -404,7 +404,7 @@ void SWITCH_CASES::add_default_block() {
     dprintf("--> Adding a new DEFAULT basic block.\n");
     auto* comment = new NODE(ASM, tp->void_type());
     comment->u.lval = INT65::from_signed(REC_COMMENT);
-    comment->text = current_pool().copy_text("***\t; this point in the function is never reached");
+    comment->text = current_pool().copy_text(NEVER_REACHED);
     NODE* marker = mk_MCALL(NEVER_EXECUTED, nullptr, tp->void_type());
     NODE* leave = mk_BRANCH(currfuninfo->bb_list->prev, nullptr);
     LIST* statements =

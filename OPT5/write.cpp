@@ -3,11 +3,10 @@
 // A block in memory always ends with an explicit transfer; a file has fall through. `lower_transfers` closes
 // the gap, block by block, with `next` the block behind it:
 //
-//     IF(c, t, f)    t is next:       CBRANCH(c, LABEL f)
-//                    f is next:       CBRANCH(not c, LABEL t)
-//                    neither:         CBRANCH(c, LABEL f), BRANCH(LABEL t), or where t is known to be more
-//                                     likely and not c costs no operator, CBRANCH(not c, LABEL t),
-//                                     BRANCH(LABEL f)
+//     IF(c, t, f)    t is next:      CBRANCH(c, LABEL f)
+//                    f is next:      CBRANCH(not c, LABEL t)
+//                    neither:        CBRANCH(c, LABEL f), BRANCH(LABEL t); where t is known to be the more
+//                                    likely one, CBRANCH(not c, LABEL t), BRANCH(LABEL f)
 //     BRANCH(t)      t is next:       nothing
 //                    t is the exit:   URETURN
 //     exit block     nothing: the body ends here
@@ -46,14 +45,11 @@ bool compares_floating(const NODE* comparison) {
     return comparison->left->type->is_fltpt() || comparison->right->type->is_fltpt();
 }
 
-// The plain comparisons have no form for an unordered operand.
-bool has_inverse_comparison(const NODE* condition) {
-    return boolean_inv[condition->op] != ILLOP && (condition->op >= FEQ || !compares_floating(condition));
-}
-
 NODE* inverse_condition(NODE* condition) {
-    if (has_inverse_comparison(condition)) {
-        condition->op = boolean_inv[condition->op];
+    const int inverse = boolean_inv[condition->op];
+    // The plain comparisons have no form for an unordered operand.
+    if (inverse != ILLOP && (condition->op >= FEQ || !compares_floating(condition))) {
+        condition->op = inverse;
         return condition;
     }
     if (condition->op == EXCLAIM) {
@@ -67,10 +63,21 @@ NODE* inverse_condition(NODE* condition) {
 
 // Whether a conditional jump of its own to the first arm is better than one to the second: the other arm
 // follows, or is the less likely one and takes a second transfer.
-bool jumps_when_true(const NODE* condition, const NODE* if_true, const NODE* if_false, const BBLK* next) {
+bool jumps_when_true(const NODE* if_true, const NODE* if_false, const BBLK* next) {
     if (if_true->label->bb == next) return false;
     if (if_false->label->bb == next) return true;
-    return if_true->freq > 0.5 && (has_inverse_comparison(condition) || condition->op == EXCLAIM);
+    return if_true->freq > 0.5;
+}
+
+// Null: the transfer is the fall through. Otherwise the transfer, or what takes its place.
+NODE* lower_BRANCH(NODE* transfer, const BBLK* next) {
+    const BBLK* target = transfer->left->label->bb;
+    if (target == next) return nullptr;
+    if (!target->is_exit()) return transfer;
+    transfer->left = erase_tree(transfer->left);
+    NODE* name = mk_NAME(currfunc, nullptr);
+    name->type = currfunc->otype;
+    return maketree(URETURN, name, nullptr, tp->void_type(), nullptr);
 }
 
 void lower_IF(LIST* last, const BBLK* next) {
@@ -81,7 +88,7 @@ void lower_IF(LIST* last, const BBLK* next) {
     arms->left = arms->right = nullptr;
     erase_node(arms);
     transfer->op = CBRANCH;
-    if (jumps_when_true(transfer->left, other, target, next)) {
+    if (jumps_when_true(other, target, next)) {
         transfer->left = inverse_condition(transfer->left);
         std::swap(target, other);
     }
@@ -90,20 +97,11 @@ void lower_IF(LIST* last, const BBLK* next) {
         erase_tree(other);
     } else {
         NODE* branch = maketree(BRANCH, other, nullptr, tp->void_type(), nullptr);
-        last->next = mklist(branch, nullptr, 0, 0);
+        NODE* lowered = lower_BRANCH(branch, next);
+        if (lowered != branch) erase_tree(branch);
+        last->next = mklist(lowered, nullptr, 0, 0);
         last->next->psn = last->psn;
     }
-}
-
-// Null: the transfer is the fall through.
-NODE* lower_BRANCH(NODE* transfer, const BBLK* next) {
-    const BBLK* target = transfer->left->label->bb;
-    if (target == next) return nullptr;
-    if (!target->is_exit()) return transfer;
-    transfer->left = erase_tree(transfer->left);
-    NODE* name = mk_NAME(currfunc, nullptr);
-    name->type = currfunc->otype;
-    return maketree(URETURN, name, nullptr, tp->void_type(), nullptr);
 }
 
 void drop_last_cell(BBLK* bb) {
@@ -257,6 +255,8 @@ void wrbblocks() {
     number_labels();
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
         if (bb->label != nullptr && bb->label->refs > 0) wrbdlr(bb->label);
+        if (is_never_executed(bb) && !is_comment(bb->statements->first))
+            wrasmr(REC_COMMENT, NEVER_REACHED, nullptr);
         for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) wrexpr(cell);
     }
 }
