@@ -199,6 +199,7 @@ class REDUNDANT_IFS {
     const BLOCK_EFFECTS effects_;
     std::vector<int> idom_; // of the graph at the start
     std::vector<BBLK*> dfn_to_bb_;
+    std::vector<const NODE*> transfers_; // by DFN
     std::vector<SETTLED> settled_;
 };
 
@@ -233,7 +234,7 @@ bool REDUNDANT_IFS::passes_unchanged(BBLK* from, const BBLK* to, const TREE_READ
 }
 
 void REDUNDANT_IFS::look_at(BBLK* bb) {
-    const NODE* fork = last_statement(bb);
+    const NODE* fork = transfers_[static_cast<std::size_t>(bb->dfn)];
     if (fork->op != IF || fork->left->op == ICON || !may_be_asked(fork->left)) return;
     const TREE_READS reads = effects_.reads_of(fork->left);
     int blocks = MAX_BLOCKS;
@@ -242,7 +243,7 @@ void REDUNDANT_IFS::look_at(BBLK* bb) {
     for (int level = 0; level < MAX_LEVELS; level++) {
         BBLK* dominator = above(below);
         if (dominator == nullptr || bb_modifies_lvalue_in_tree(effects_.of(below), reads, budget)) return;
-        const NODE* known = last_statement(dominator);
+        const NODE* known = transfers_[static_cast<std::size_t>(dominator->dfn)];
         const EDGE* entry = below->predecessors;
         if (known->op == IF && entry->bb == dominator && entry->next == nullptr && !below->is_kept &&
             known->right->left->label->bb != known->right->right->label->bb && may_be_asked(known->left)) {
@@ -263,6 +264,9 @@ bool REDUNDANT_IFS::run() {
     Dominator& dominators = compute_dominators(true);
     idom_ = dominators.idom;
     dfn_to_bb_ = dominators.dfn_to_bblk;
+    transfers_.resize(dfn_to_bb_.size());
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        transfers_[static_cast<std::size_t>(bb->dfn)] = last_statement(bb);
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) look_at(bb);
     for (const SETTLED& settled : settled_) {
         LIST* last = last_cell(settled.bb);

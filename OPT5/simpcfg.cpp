@@ -97,22 +97,6 @@ bool ok_to_dupe_stmt(NODE* statement) {
     });
 }
 
-namespace {
-
-// A chain of jumps is followed so far in one go.
-constexpr int MAX_HOPS = 16;
-
-// More sweeps than any program needs; an end in any case.
-constexpr int MAX_SWEEPS = 64;
-
-// The constant that decides the transfer, null where there is none.
-const NODE* deciding_constant(const NODE* transfer) {
-    const NODE* condition = transfer->left;
-    while (condition->op == COMMAOP) condition = condition->right;
-    return condition->op == ICON ? condition : nullptr;
-}
-
-// The LABEL node of a SWITCH to which the value leads.
 NODE* label_for_value(const NODE* transfer, const INT65& value) {
     const INT65 mask = type_mask(transfer->left->type);
     NODE* found = nullptr;
@@ -127,6 +111,30 @@ NODE* label_for_value(const NODE* transfer, const INT65& value) {
         list = list->op == COMMA ? list->left : nullptr;
     }
     return found != nullptr ? found : otherwise;
+}
+
+int duplication_budget() {
+    switch (size_speed_goal()) {
+        case 3: return 16;
+        case 4: return 32;
+        case 5: return 64;
+        default: return 0;
+    }
+}
+
+namespace {
+
+// A chain of jumps is followed so far in one go.
+constexpr int MAX_HOPS = 16;
+
+// More sweeps than any program needs; an end in any case.
+constexpr int MAX_SWEEPS = 64;
+
+// The constant that decides the transfer, null where there is none.
+const NODE* deciding_constant(const NODE* transfer) {
+    const NODE* condition = transfer->left;
+    while (condition->op == COMMAOP) condition = condition->right;
+    return condition->op == ICON ? condition : nullptr;
 }
 
 // The one LABEL node that can be taken, null where more than one block is possible.
@@ -208,15 +216,6 @@ class CFG_CLEANER {
     std::vector<STATE> states_;
     std::vector<BBLK*> postorder_;
 };
-
-int duplication_budget() {
-    switch (size_speed_goal()) {
-        case 3: return 16;
-        case 4: return 32;
-        case 5: return 64;
-        default: return 0;
-    }
-}
 
 CFG_CLEANER::CFG_CLEANER(bool quest_is_ok)
     : quest_is_ok_(quest_is_ok),

@@ -7,6 +7,7 @@
 
 class BBLK;
 class NODE;
+struct INT65;
 struct LIST;
 
 // The block that a BRANCH leads to.
@@ -32,6 +33,12 @@ bool if_is_convertible(const BBLK* bb, const LIST* last);
 // Makes that expression; null where if_is_convertible says no. Returns the cell of the BRANCH to the join.
 // The arms are no longer referred to; reference counts are the caller's.
 LIST* convert_if(BBLK* bb, LIST* last);
+
+// The LABEL node of a SWITCH to which the value leads.
+NODE* label_for_value(const NODE* transfer, const INT65& value);
+
+// How many nodes the copies of one block may add to the current function.
+int duplication_budget();
 
 // Whether a second copy of the statement in the same function means the same.
 bool ok_to_dupe_stmt(NODE* statement);

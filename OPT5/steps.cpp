@@ -6,6 +6,7 @@
 
 #include "steps.h"
 
+#include "cond_paths.h"
 #include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
@@ -18,6 +19,7 @@
 #include "output.h"
 #include "pass.h"
 #include "simpcfg.h"
+#include "superblocks.h"
 #include "version.h"
 
 namespace {
@@ -27,12 +29,6 @@ void pass_2_header() {
     if (!print_debug) return;
     std::fflush(fdebug);
     std::printf("%s Pass 2\n", OPTIMIZER_TITLE);
-}
-
-void straighten_cond_paths() {
-    if (pass_disable("cps") != 0) return;
-    do_early_cross_jumping();
-    simpcfg(false, false);
 }
 
 void pass_2_inits() {
@@ -76,7 +72,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
      "makes statements of the assignments inside expressions; cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
-     "merges blocks that do the same and takes away tests that others have settled"},
+     "merges blocks that do the same; takes away tests that others have settled, and leads ways past tests "
+     "whose outcome is known on them"},
     {14, "early LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {15, "early fast_CP(4,1)", false, ANY_LEVEL, fast_CP_with_combining,
      "joins assignments to one place; then as step 1"},
@@ -142,7 +139,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {71, "superblocks", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {71, "superblocks", false, LEVEL_1_UP, optimize_superblocks_in_cfg,
+     "settles tests and moves assignments along likely paths"},
     {72, "subrange", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {73, "lcp", false, LEVEL_1_UP, propagate_copies, "as step 62"},
     {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
