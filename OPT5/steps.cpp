@@ -15,6 +15,7 @@
 #include "output.h"
 #include "pass.h"
 #include "simpcfg.h"
+#include "subrange.h"
 #include "version.h"
 
 namespace {
@@ -41,6 +42,11 @@ void clean_values_in_pass_1() {
 void fast_CP_in_pass_1() { fast_CP(4, 0); }
 void fast_CP_with_combining() { fast_CP(4, 1); }
 void propagate_copies() { copyprop(1); }
+void follow_parts_of_objects() {
+    reset_alias_info();
+    lcse_subrange_assignments();
+    elim_dead_subrange_assigns();
+}
 void combine_and_clean_up() { fast_CP(0, 1); }
 
 constexpr char NOT_BUILT[] = "nothing: not built yet";
@@ -134,7 +140,9 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {71, "superblocks", false, LEVEL_1_UP, nullptr, NOT_BUILT},
-    {72, "subrange", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {72, "subrange", false, LEVEL_1_UP, follow_parts_of_objects,
+     "follows the values of members and elements within a block and its continuations; drops stores to them "
+     "that nothing reads"},
     {73, "lcp", false, LEVEL_1_UP, propagate_copies, "as step 62"},
     {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {75, "lcse", false, LEVEL_1_UP, lcse,
