@@ -7,6 +7,7 @@
 #include "steps.h"
 
 #include "copyprop.h"
+#include "csu_temps.h"
 #include "dead_assigns.h"
 #include "debug.h"
 #include "fileopt.h"
@@ -14,6 +15,7 @@
 #include "lcse.h"
 #include "output.h"
 #include "pass.h"
+#include "propagate_increments.h"
 #include "simpcfg.h"
 #include "subrange.h"
 #include "version.h"
@@ -138,7 +140,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {67, "merge symbols", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {70, "CSU returning temp", false, ANY_LEVEL, subst_csu_returning_temp_for_local_var,
+     "lets a call store the structure it returns where it is copied to"},
     {71, "superblocks", false, LEVEL_1_UP, nullptr, NOT_BUILT},
     {72, "subrange", false, LEVEL_1_UP, follow_parts_of_objects,
      "follows the values of members and elements within a block and its continuations; drops stores to them "
@@ -147,7 +150,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {75, "lcse", false, LEVEL_1_UP, lcse,
      "computes common subexpressions of a block and its continuations once"},
-    {76, "propagate increments", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {76, "propagate increments", false, LEVEL_1_UP, propagate_increments,
+     "joins increments of a variable in a block; uses between them take an offset"},
     {77, "late LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // Made by the driver behind every list: writing is not part of any order.
     {OUTPUT_STEP, "output function", false, ANY_LEVEL, output_function,
