@@ -17,6 +17,7 @@
 #include "pass.h"
 #include "propagate_increments.h"
 #include "simpcfg.h"
+#include "sti_to_cinit.h"
 #include "subrange.h"
 #include "version.h"
 
@@ -147,7 +148,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
      "follows the values of members and elements within a block and its continuations; drops stores to them "
      "that nothing reads"},
     {73, "lcp", false, LEVEL_1_UP, propagate_copies, "as step 62"},
-    {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
+    {74, "sti-to-cinit", false, LEVEL_2_UP, convert_sti_to_cinit,
+     "makes initialisers of the assignments with which the program starts"},
     {75, "lcse", false, LEVEL_1_UP, lcse,
      "computes common subexpressions of a block and its continuations once"},
     {76, "propagate increments", false, LEVEL_1_UP, propagate_increments,
