@@ -15,6 +15,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
+#include "object_parts.h"
 #include "opcodes.h"
 #include "symbol.h"
 #include "types.h"
@@ -84,6 +85,7 @@ bool CALL_TEMPS::end_copy(LIST* cell) {
     // What the call is given is read before it stores.
     if (target->last_access > temp->called_at || target->last_write >= temp->called_at) return false;
     if (to->type->normalized()->true_type() != from->type->normalized()->true_type()) return false;
+    if (has_volatile_part(to->otype)) return false;
     if (print_debug != 0)
         dprintf("\nsubst_csu_returning_temp_for_local_var()\n  is substituting *%s\n", from->name);
     NODE* assignment = temp->call->first;

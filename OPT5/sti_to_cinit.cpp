@@ -274,13 +274,19 @@ void START::note_addresses(const EXPR_LIST* init) {
     } while (cell != init);
 }
 
+// Statics that came with an inlined function keep the name of that.
+bool is_static_of_main(const SYMTAB* symbol) {
+    for (const PRAGMA* pragma = symbol->pragmas; pragma != nullptr; pragma = pragma->next)
+        if (pragma->kind == PRAG_SCOPING_FUNC) return !pragma->args.empty() && pragma->args[0] == "main";
+    return false;
+}
+
 // Whether nothing that runs before this function can tell what the object holds.
 bool START::is_known_here_only(const SYMTAB* symbol) const {
     if (!is_main_) return true; // the language says so
     if (fileinfo.is_built && whole_file_mode != 0 && no_outside_writers != 0) return true;
     if (symbol->sclass != SC_STATIC || in_initialisers_.contains(symbol)) return false;
-    const std::vector<SYMTAB*>& own = currfuninfo->fl_statics;
-    return !has_ways_in_ || std::find(own.begin(), own.end(), symbol) != own.end();
+    return !has_ways_in_ || is_static_of_main(symbol);
 }
 
 bool START::is_convertible(SYMTAB* symbol) const {

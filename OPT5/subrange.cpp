@@ -50,7 +50,7 @@ using namespace op;
 namespace {
 
 constexpr int TEMP_KIND = 'R';
-constexpr std::size_t MOST_FACTS_TO_COPY = 64; // from one object to another, at a structure assignment
+constexpr std::size_t MOST_FACTS_TO_COPY = 16; // from one object to another, at a structure assignment
 
 struct FACT {
     enum KIND : std::uint8_t { CONSTANT, VARIABLE, OCCURRENCE };
@@ -390,7 +390,7 @@ bool SUBRANGE_CSE::stores_what_is_there(NODE* assignment, const PART& part) {
     if (name_of_part(value) != nullptr && !is_variable(name_of_part(value)->symbol()) &&
         same_representation(value->type->normalized(), assignment->left->type->normalized()) &&
         same_part(part_of_place(value), part))
-        return true;
+        return assignment->op == ASG || !has_volatile_part(assignment->type);
     const FACT* fact = assignment->op == ASG ? find_fact(part) : nullptr;
     if (fact == nullptr) return false;
     TYPE* type = assignment->left->type->normalized();

@@ -10,8 +10,8 @@ void reset_alias_info();
 // Local common subexpressions for parts: along paths through blocks of which each has the one before as its
 // only predecessor, a read of a part whose value is known takes the constant or variable that was stored
 // there, or the value of the store or read that came first, by a temporary. A store of what the part already
-// holds goes. Nothing in a function whose flow is not known. Needs right edges, which it keeps right; branches
-// that are settled by it are taken out. Near linear.
+// holds goes. Nothing in a function whose flow is not known. Needs right edges, which it keeps right;
+// branches that are settled by it are taken out. Near linear.
 void lcse_subrange_assignments();
 
 // Takes away assignments to parts whose value nothing can read: overwritten on every way before that, in

@@ -133,7 +133,7 @@ PIECES::PIECES(const PRIVATE_SYMBOLS& symbols) : symbols_(symbols) {
     collect(order);
     for (SYMTAB* symbol : order) {
         OBJECT& object = objects_.at(symbol);
-        if (!object.is_stored || symbol->size == 0) {
+        if (!object.is_stored || symbol->size == 0 || has_volatile_part(symbol->otype)) {
             objects_.erase(symbol);
             continue;
         }
