@@ -211,8 +211,8 @@ void RECORDS::write_back() {
 // --- What runs first.
 
 bool is_initialising_function(const FUNINFO* function) {
-    return TEST_FLAG(function, FUN_is_cpp) &&
-           std::string_view(function->name).starts_with(INITIALISER_PREFIX);
+    return TEST_FLAG(function, FUN_is_cpp) && function->symbol != nullptr &&
+           std::string_view(function->symbol->name).starts_with(INITIALISER_PREFIX);
 }
 
 bool is_called_here(const FUNINFO* function) {
