@@ -1,5 +1,5 @@
-// Runs of increments in one block, whose uses may be given offsets: pointers of several sizes, wrapping unsigned
-// and signed counters, steps back and forth, variables that others see, and increments as values.
+// Runs of increments in one block, whose uses may be given offsets: pointers of several sizes, wrapping
+// unsigned and signed counters, steps back and forth, variables that others see, and increments as values.
 #include <stdint.h>
 #include <stdio.h>
 
@@ -57,8 +57,8 @@ static void wraps(uint16_t u, int16_t i, uint32_t l, int64_t q) {
     q++;
     int64_t g = q;
     q += 65000;
-    printf("%lu %lu %u %ld %ld %d %llu %llu %lld %lld\n", (unsigned long)a, (unsigned long)b, (unsigned)u, (long)c,
-           (long)d, i, (unsigned long long)e, (unsigned long long)f, (long long)g, (long long)q);
+    printf("%lu %lu %u %ld %ld %d %llu %llu %lld %lld\n", (unsigned long)a, (unsigned long)b, (unsigned)u,
+           (long)c, (long)d, i, (unsigned long long)e, (unsigned long long)f, (long long)g, (long long)q);
 }
 static int16_t seen(int16_t i) {
     int16_t* p = &i;

@@ -1,5 +1,5 @@
-// Members, elements and bit-fields that are stored and read again: through unions, pointers, indices that are not
-// known, copies, calls, volatile members and ways that join.
+// Members, elements and bit-fields that are stored and read again: through unions, pointers, indices that are
+// not known, copies, calls, volatile members and ways that join.
 #include <stdint.h>
 #include <stdio.h>
 

@@ -54,8 +54,8 @@ int main(void) {
     int16_t reported = report();
     late = 70;
     printf("%d %d %d %d %d %d %d\n", before, plain, own, read_first, stepped, seen_by_pointer, *way);
-    printf("%d %ld %d %d %d %d %f %s %d\n", first.n, (long)first.l, first.a[2], first.a[3], first.low, first.high,
-           first.f, first.name, first.next->a[3]);
+    printf("%d %ld %d %d %d %d %f %s %d\n", first.n, (long)first.l, first.a[2], first.a[3], first.low,
+           first.high, first.f, first.name, first.next->a[3]);
     printf("%d %d %ld %d %d %d %d %s\n", second.low, second.n, (long)mixed.l, mixed.i[0], table[0], table[4],
            table[1], word);
     printf("%d %d %d %d %d %d\n", ported, port, kept, reported, late, report());
