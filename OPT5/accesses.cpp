@@ -43,9 +43,84 @@ NODE* name_under_place(NODE* place) {
     }
 }
 
+// The pointer that the address is reckoned from; null where it is the start itself.
+NODE* base_of_address(NODE* address) {
+    switch (address->op) {
+        case PLUS:
+            if (address->left->type->is_ptr()) return address->left;
+            return address->right->type->is_ptr() ? address->right : nullptr;
+        case MINUS:
+        case PCONV: return address->left->type->is_ptr() ? address->left : nullptr;
+        default: return nullptr;
+    }
+}
+
+// Whether the members that the place takes belong to something that is a place itself.
+bool is_place(const NODE* place) {
+    while (place->op == STDOT) place = place->left;
+    return place->op == NAME || place->op == UMULT || place->op == STREF;
+}
+
+// The place that an operator which takes a part of a value applies to.
+NODE* place_under_parts(NODE* place) {
+    for (;;) {
+        switch (place->op) {
+            case STDOT:
+            case STFIELD:
+            case VFIELD:
+            case REAL:
+            case IMAG:
+            case SIMDHI:
+            case SIMDLO: place = place->left; break;
+            default: return place;
+        }
+    }
+}
+
+// A function's name stands for no storage.
+bool is_object(const NODE* name) { return !name->symbol()->otype->is_func(); }
+
+// The place_is_volatile of a place that name_of_part answers to.
+bool part_is_volatile(const NODE* place) {
+    for (;;) {
+        if (node_is_volatile_access(place)) return true;
+        switch (place->op) {
+            case STREF:
+            case STDOT:
+                if (node_is_volatile_access(place->right)) return true;
+                if (place->op == STDOT) {
+                    place = place->left;
+                    break;
+                }
+                [[fallthrough]];
+            case UMULT: {
+                NODE* address = place->left;
+                while (NODE* base = base_of_address(address)) address = base;
+                if (address->op != UAND) return false;
+                place = address->left;
+                break;
+            }
+            default: return false;
+        }
+    }
+}
+
+bool may_do_anything(const NODE* node) {
+    switch (node->op) {
+        case COMMAOP:
+        case RETURN:
+        case URETURN:
+        case PPRAGMA:
+        case NASSERT:
+        case ASSERT: return false;
+        case ASM: return !is_comment(node);
+        default: return side_effects[node->op] != SE_NONE;
+    }
+}
+
 class LISTER {
   public:
-    explicit LISTER(std::vector<ACCESS>& accesses) : accesses_(accesses) {}
+    LISTER(std::vector<ACCESS>& accesses, bool parts) : accesses_(accesses), parts_(parts) {}
 
     void run(NODE* statement) {
         if (tree_is_arg_prolog(statement)) return list_prolog(statement);
@@ -71,11 +146,15 @@ class LISTER {
     void push(NODE* tree, bool conditional) {
         if (tree != nullptr) pending_.push_back({{tree, nullptr, ACC_READ, conditional}, false});
     }
-    void push_access(NODE* name, NODE* assignment, ACCESS_KIND kind, bool conditional) {
-        if (is_local(name)) pending_.push_back({{name, assignment, kind, conditional}, true});
+    bool is_listed(const NODE* name) const { return is_local(name) || (parts_ && is_object(name)); }
+    void push_access(NODE* name, NODE* place, NODE* assignment, ACCESS_KIND kind, bool conditional) {
+        if (is_listed(name)) pending_.push_back({{name, assignment, kind, conditional, place}, true});
     }
-    void emit(NODE* name, ACCESS_KIND kind, bool conditional) {
-        if (is_local(name)) accesses_.push_back({name, nullptr, kind, conditional});
+    void emit(NODE* name, NODE* place, ACCESS_KIND kind, bool conditional) {
+        if (is_listed(name)) accesses_.push_back({name, nullptr, kind, conditional, place});
+    }
+    void push_memory(NODE* place, NODE* assignment, ACCESS_KIND kind, bool conditional) {
+        if (parts_) pending_.push_back({{nullptr, assignment, kind, conditional, place}, true});
     }
     void push_operands(NODE* node, bool conditional) {
         push(node->right, conditional);
@@ -85,7 +164,7 @@ class LISTER {
         const std::size_t first = accesses_.size();
         for (NODE* node = statement; node != nullptr;) {
             NODE* received = node->op == PCOMMA ? node->right : node;
-            accesses_.push_back({received->left, received, ACC_WRITE, false});
+            accesses_.push_back({received->left, received, ACC_WRITE, false, received->left});
             node = node->op == PCOMMA ? node->left : nullptr;
         }
         std::reverse(accesses_.begin() + static_cast<std::ptrdiff_t>(first), accesses_.end());
@@ -93,33 +172,97 @@ class LISTER {
     // The object in a way that reads and writes do not describe.
     void visit_taken(NODE* place, bool conditional) {
         if (NODE* name = name_under_place(place)) {
-            emit(name, ACC_TAKEN, conditional);
+            emit(name, place, ACC_TAKEN, conditional);
+        } else if (parts_) {
+            if (NODE* object = name_of_part(place_under_parts(place)))
+                push_access(object, place, nullptr, ACC_TAKEN, conditional);
+            push_operands_of_place(place, conditional);
         } else {
             push(place, conditional);
         }
     }
+    // What is read on the way to the place.
+    void push_operands_of_place(NODE* place, bool conditional) {
+        for (;;) {
+            if (place->op == STDOT) {
+                place = place->left;
+                continue;
+            }
+            if (place->op != UMULT && place->op != STREF) {
+                if (place->op != NAME) push_operands(place, conditional);
+                return;
+            }
+            NODE* address = place->left;
+            while (NODE* base = base_of_address(address)) {
+                if (address->right != nullptr)
+                    push(base == address->left ? address->right : address->left, conditional);
+                address = base;
+            }
+            if (address->op != UAND) return push(address, conditional);
+            place = address->left;
+        }
+    }
+    // A read of memory, or of a named object's part.
+    void visit_read_of_place(NODE* place, bool conditional) {
+        NODE* name = name_of_part(place);
+        if (name == nullptr) {
+            push_memory(place, nullptr, ACC_FAR_READ, conditional);
+        } else {
+            push_access(name, place, nullptr, part_is_volatile(place) ? ACC_TAKEN : ACC_READ, conditional);
+        }
+        push_operands_of_place(place, conditional);
+    }
+    void visit_assignment_to_part(NODE* node, bool conditional) {
+        NODE* place = node->left;
+        NODE* name = node->op == ARASG ? nullptr : name_of_part(place);
+        const bool is_plain = node->op == ASG || node->op == STASG;
+        if (name == nullptr) {
+            if (NODE* object = name_of_part(place_under_parts(place))) {
+                push_access(object, place, nullptr, ACC_TAKEN, conditional);
+            } else {
+                push_memory(place, node, ACC_FAR_WRITE, conditional);
+                if (!is_plain) push_memory(place, node, ACC_FAR_READ, conditional);
+            }
+        } else if (part_is_volatile(place)) {
+            push_access(name, place, nullptr, ACC_TAKEN, conditional);
+        } else {
+            push_access(name, place, node, place == name ? ACC_WRITE : ACC_PART_WRITE, conditional);
+            if (!is_plain) push_access(name, place, node, ACC_READ, conditional);
+        }
+        push_operands_of_place(place, conditional);
+        push(node->right, conditional);
+    }
     void visit_assignment(NODE* node, bool conditional) {
+        if (parts_) return visit_assignment_to_part(node, conditional);
         NODE* name = node->op == ARASG ? nullptr : name_of_place(node->left);
         if (name == nullptr) {
             if (name_under_place(node->left) != nullptr) {
-                push_access(name_under_place(node->left), nullptr, ACC_TAKEN, conditional);
+                push_access(name_under_place(node->left), nullptr, nullptr, ACC_TAKEN, conditional);
             } else {
                 push(node->left, conditional);
             }
         } else if (place_is_volatile(node->left)) {
-            push_access(name, nullptr, ACC_TAKEN, conditional);
+            push_access(name, nullptr, nullptr, ACC_TAKEN, conditional);
         } else {
-            push_access(name, node, node->left == name ? ACC_WRITE : ACC_PART_WRITE, conditional);
-            if (node->op != ASG && node->op != STASG) push_access(name, node, ACC_READ, conditional);
+            push_access(name, nullptr, node, node->left == name ? ACC_WRITE : ACC_PART_WRITE, conditional);
+            if (node->op != ASG && node->op != STASG) push_access(name, nullptr, node, ACC_READ, conditional);
         }
         push(node->right, conditional);
     }
     void visit(NODE* node, bool conditional) {
         switch (node->op) {
-            case NAME: emit(node, node_is_volatile_access(node) ? ACC_TAKEN : ACC_READ, conditional); return;
+            case NAME:
+                emit(node, node, node_is_volatile_access(node) ? ACC_TAKEN : ACC_READ, conditional);
+                return;
+            case UMULT:
+            case STREF:
+                if (parts_) return visit_read_of_place(node, conditional);
+                push_operands(node, conditional);
+                return;
             case STDOT:
+                if (parts_ && is_place(node)) return visit_read_of_place(node, conditional);
                 if (NODE* name = name_of_place(node)) {
-                    emit(name, place_is_volatile(node) ? ACC_TAKEN : ACC_READ, conditional);
+                    emit(name, node, place_is_volatile(node) ? ACC_TAKEN : ACC_READ, conditional);
                 } else {
                     push(node->left, conditional);
                 }
@@ -142,16 +285,16 @@ class LISTER {
                 push(node->left, conditional);
                 return;
             default:
-                if (opcode_is_ASG(node->op)) {
-                    visit_assignment(node, conditional);
-                } else {
-                    push_operands(node, conditional);
-                }
+                if (opcode_is_ASG(node->op)) return visit_assignment(node, conditional);
+                if (parts_ && may_do_anything(node)) push_memory(node, nullptr, ACC_ANY, conditional);
+                if (node->op == ICALL) push_memory(node, nullptr, ACC_FAR_READ, conditional);
+                push_operands(node, conditional);
                 return;
         }
     }
 
     std::vector<ACCESS>& accesses_;
+    const bool parts_;
     std::vector<ITEM> pending_;
 };
 
@@ -170,14 +313,36 @@ bool may_be_private(const SYMTAB* symbol) {
 
 } // namespace
 
-void list_accesses(NODE* statement, std::vector<ACCESS>& accesses) { LISTER(accesses).run(statement); }
+void list_accesses(NODE* statement, std::vector<ACCESS>& accesses) { LISTER(accesses, false).run(statement); }
+
+void list_part_accesses(NODE* statement, std::vector<ACCESS>& accesses) {
+    LISTER(accesses, true).run(statement);
+}
+
+NODE* name_of_part(NODE* place) {
+    for (;;) {
+        switch (place->op) {
+            case NAME: return place;
+            case STDOT: place = place->left; break;
+            case UMULT:
+            case STREF: {
+                NODE* address = place->left;
+                while (NODE* base = base_of_address(address)) address = base;
+                if (address->op != UAND) return nullptr;
+                place = address->left;
+                break;
+            }
+            default: return nullptr;
+        }
+    }
+}
 
 NODE* name_of_place(NODE* place) {
     while (place->op == STDOT) place = place->left;
     return place->op == NAME ? place : nullptr;
 }
 
-PRIVATE_SYMBOLS::PRIVATE_SYMBOLS() {
+PRIVATE_SYMBOLS::PRIVATE_SYMBOLS(bool parts) : parts_(parts) {
     numbers_.assign(currfuninfo->next_serial, -1);
     consider(currfuninfo->params);
     consider(currfuninfo->locals);
@@ -212,7 +377,7 @@ bool is_setjmp(NODE* node) {
 void PRIVATE_SYMBOLS::scan(NODE* tree, std::vector<ACCESS>& accesses) {
     if (flow_is_known_ && any_node(tree, is_setjmp)) flow_is_known_ = false;
     accesses.clear();
-    list_accesses(tree, accesses);
+    LISTER(accesses, parts_).run(tree);
     for (const ACCESS& access : accesses) {
         if (access.kind != ACC_TAKEN) continue;
         const int number = number_of(access.name->symbol());

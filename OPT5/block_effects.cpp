@@ -68,6 +68,14 @@ TREE_CHANGES BLOCK_EFFECTS::changes_of(NODE* statement) const {
     return changes;
 }
 
+bool call_leaves_memory_alone(NODE* call) {
+    if (!fileinfo.is_built) return false; // until then a record promises more than its body keeps
+    if (call->op != CALL && call->op != UCALL) return false;
+    constexpr std::uint32_t promises = FUN_no_global_asg | FUN_no_ind_asg | FUN_no_byref_asg;
+    const FUNINFO* callee = find_FUNINFO_for_call(call);
+    return callee != nullptr && (callee->flags & promises) == promises;
+}
+
 bool bb_modifies_lvalue_in_tree(const TREE_CHANGES& changes, const TREE_READS& reads, int& budget) {
     if (changes.all || (changes.memory && reads.memory)) return true;
     for (const SYMTAB* symbol : changes.symbols) {

@@ -47,6 +47,9 @@ class BLOCK_EFFECTS {
     std::vector<TREE_CHANGES> changes_; // by block
 };
 
+// Whether the tree is a call of a function that is known to change no memory that others can see.
+bool call_leaves_memory_alone(NODE* call);
+
 // Whether the changes touch what the reads depend on. Takes the symbols that it looks at from the budget;
 // once that is used up the answer is yes.
 bool bb_modifies_lvalue_in_tree(const TREE_CHANGES& changes, const TREE_READS& reads, int& budget);

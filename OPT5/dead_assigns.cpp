@@ -97,14 +97,6 @@ NODE* value_of_assignment(NODE* assignment) {
     return coerce_to_type(value, type);
 }
 
-// The effects of a statement that is an assignment in vain; null where it has none.
-NODE* effects_of_assignment(NODE* assignment) {
-    NODE* value = assignment->right;
-    erase_tree(assignment->left);
-    erase_node(assignment);
-    return peel_for_effect(value);
-}
-
 // Takes the marked assignments out of the statement, whose `first` is null then if nothing is left.
 bool REMOVER::remove_marked(LIST* cell, ::LOOP* loop) {
     NODE* root = cell->first;
@@ -335,6 +327,13 @@ void clean_up() {
 }
 
 } // namespace
+
+NODE* effects_of_assignment(NODE* assignment) {
+    NODE* value = assignment->right;
+    erase_tree(assignment->left);
+    erase_node(assignment);
+    return peel_for_effect(value);
+}
 
 void elim_dead_assigns(bool use_flow, bool cleanup) {
     dprintf("\n\n\t\t\t---------- ENTERING 'elim_dead_assigns' --------\n");

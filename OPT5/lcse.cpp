@@ -20,6 +20,7 @@
 #include "accesses.h"
 #include "bblk.h"
 #include "bbutils.h"
+#include "block_effects.h"
 #include "erase.h"
 #include "fileopt.h"
 #include "files.h"
@@ -114,7 +115,6 @@ class CSE {
     int end_assignment(NODE* node);
     int result_of_compound(NODE* node, int old);
     void end_store(NODE* place, int value);
-    bool call_leaves_memory_alone(NODE* call) const;
     void note_holder(int value, int variable);
     void consider(NODE* node);
     bool is_worth_a_temp(NODE* node) const;
@@ -382,13 +382,6 @@ int CSE::value_of_operator(NODE* node) {
                                    nullptr);
     if (side_effects[node->op] != SE_NONE || node->op == ARGREF) values_.clobber_memory();
     return values_.fresh();
-}
-
-bool CSE::call_leaves_memory_alone(NODE* call) const {
-    if (!fileinfo.is_built) return false; // until then a record promises more than its body keeps
-    constexpr std::uint32_t promises = FUN_no_global_asg | FUN_no_ind_asg | FUN_no_byref_asg;
-    const FUNINFO* callee = find_FUNINFO_for_call(call);
-    return callee != nullptr && (callee->flags & promises) == promises;
 }
 
 // --- Stores.

@@ -8,6 +8,7 @@
 
 #include "cond_paths.h"
 #include "copyprop.h"
+#include "csu_temps.h"
 #include "dead_assigns.h"
 #include "debug.h"
 #include "embedded_assigns.h"
@@ -18,7 +19,10 @@
 #include "lcse.h"
 #include "output.h"
 #include "pass.h"
+#include "propagate_increments.h"
 #include "simpcfg.h"
+#include "sti_to_cinit.h"
+#include "subrange.h"
 #include "superblocks.h"
 #include "version.h"
 
@@ -43,6 +47,11 @@ void clean_values_in_pass_1() {
 void fast_CP_in_pass_1() { fast_CP(4, 0); }
 void fast_CP_with_combining() { fast_CP(4, 1); }
 void propagate_copies() { copyprop(1); }
+void follow_parts_of_objects() {
+    reset_alias_info();
+    lcse_subrange_assignments();
+    elim_dead_subrange_assigns();
+}
 void combine_and_clean_up() { fast_CP(0, 1); }
 
 constexpr char NOT_BUILT[] = "nothing: not built yet";
@@ -138,15 +147,20 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {67, "merge symbols", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
-    {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {70, "CSU returning temp", false, ANY_LEVEL, subst_csu_returning_temp_for_local_var,
+     "lets a call store the structure it returns where it is copied to"},
     {71, "superblocks", false, LEVEL_1_UP, optimize_superblocks_in_cfg,
      "settles tests and moves assignments along likely paths"},
-    {72, "subrange", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {72, "subrange", false, LEVEL_1_UP, follow_parts_of_objects,
+     "follows the values of members and elements within a block and its continuations; drops stores to them "
+     "that nothing reads"},
     {73, "lcp", false, LEVEL_1_UP, propagate_copies, "as step 62"},
-    {74, "sti-to-cinit", false, LEVEL_2_UP, nullptr, NOT_BUILT},
+    {74, "sti-to-cinit", false, LEVEL_2_UP, convert_sti_to_cinit,
+     "makes initialisers of the assignments with which the program starts"},
     {75, "lcse", false, LEVEL_1_UP, lcse,
      "computes common subexpressions of a block and its continuations once"},
-    {76, "propagate increments", false, LEVEL_1_UP, nullptr, NOT_BUILT},
+    {76, "propagate increments", false, LEVEL_1_UP, propagate_increments,
+     "joins increments of a variable in a block; uses between them take an offset"},
     {77, "late LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // Made by the driver behind every list: writing is not part of any order.
     {OUTPUT_STEP, "output function", false, ANY_LEVEL, output_function,

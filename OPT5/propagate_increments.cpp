@@ -1,0 +1,423 @@
+// Of each variable the places in a block that touch it are listed: uses, increments, and what ends a run of
+// these. Within a run the value is known as one unknown plus a sum S of constants. What the register holds
+// lags behind S until an increment is carried out, by all that is pending then; so the question is which of
+// the increments are.
+//
+//   use  (S = 0)        *p         *p
+//   p += 1              -          -
+//   use  (S = 1)        *(p + 1)   *(p + 1)
+//   p += 1              p += 2     -
+//   use  (S = 2)        *p         *(p + 2)
+//
+// The left choice serves a variable that is live behind the run, the right one one that is not. The costs are
+// operators: an increment 1, one whose old value is used 2, a use at an offset 1, but nothing where it is
+// added to a constant or becomes a variable of its own. The cheapest choice is found by a table over the
+// increments: the best way to come to each with nothing pending. A run is rewritten if that beats what it
+// costs as it is.
+
+#include "propagate_increments.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <vector>
+
+#include "accesses.h"
+#include "bblk.h"
+#include "bbutils.h"
+#include "copyprop.h"
+#include "debug.h"
+#include "erase.h"
+#include "fileopt.h"
+#include "files.h"
+#include "liveness.h"
+#include "node.h"
+#include "opcodes.h"
+#include "opt_expr.h"
+#include "optypes.h"
+#include "simp.h"
+#include "symbol.h"
+#include "types.h"
+#include "xint.h"
+
+using namespace op;
+
+namespace {
+
+// How many increments may be pending at a time.
+constexpr std::size_t MOST_PENDING = 32;
+
+struct EVENT {
+    enum KIND : std::uint8_t {
+        USE,
+        STEP,      // a statement
+        OLD_VALUE, // x++ as a value
+        NEW_VALUE, // ++x as a value
+        END,       // anything else
+        DEAD_END   // a new value
+    };
+    KIND kind;
+    int cost = 0; // USE: of an offset
+    LIST* cell = nullptr;
+    NODE* node = nullptr; // the NAME or the increment
+    std::int64_t step = 0;
+    std::int64_t sum = 0; // S behind it, within the run
+};
+
+bool is_step(const EVENT& event) {
+    return event.kind == EVENT::STEP || event.kind == EVENT::OLD_VALUE || event.kind == EVENT::NEW_VALUE;
+}
+
+class INCREMENTS {
+  public:
+    INCREMENTS(const PRIVATE_SYMBOLS& symbols, const LIVENESS& liveness)
+        : symbols_(symbols), liveness_(liveness), events_(static_cast<std::size_t>(symbols.count())) {}
+    void run_block(BBLK* bb);
+
+  private:
+    void list_statement(LIST* cell);
+    void list_variable(LIST* cell, std::size_t first, std::size_t last);
+    int cost_of_offset(NODE* name) const;
+    NODE* parent_of(const NODE* node) const { return parents_[node->scratch[0]]; }
+    void run_variable(BBLK* bb, int number);
+    void run_events(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
+                    bool is_dead);
+    void rewrite(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
+                 const std::vector<std::size_t>& carried_out);
+    void note_changed(LIST* cell) { changed_.push_back(cell); }
+
+    const PRIVATE_SYMBOLS& symbols_;
+    const LIVENESS& liveness_;
+    std::vector<std::vector<EVENT>> events_; // by variable, of the block in work
+    std::vector<int> touched_;
+    std::vector<LIST*> changed_;
+    std::vector<LIST*> behind_; // cells to be put behind the one at the same place of `behind_what_`
+    std::vector<LIST*> behind_what_;
+
+    // Of the statement in work.
+    std::vector<ACCESS> accesses_;
+    std::vector<NODE*> parents_;
+};
+
+// --- Listing.
+
+bool is_counted(const SYMTAB* symbol) {
+    TYPE* type = symbol->type;
+    if (!is_int_or_ptr(type) || type->is_bool() || type->is_enum()) return false;
+    return type->is_ptr() || promoted_type(type)->size() == type->size();
+}
+
+bool constant_step(const NODE* constant, bool is_minus, std::int64_t& step) {
+    constexpr std::int64_t most = 1 << 16;
+    if (constant->op != ICON || constant->u.lval < INT65::from_signed(-most) ||
+        constant->u.lval > INT65::from_signed(most))
+        return false;
+    step = constant->u.lval.to_signed();
+    if (is_minus) step = -step;
+    return true;
+}
+
+// The step of an assignment that increments by a constant.
+bool step_of(const NODE* assignment, std::int64_t& step) {
+    switch (assignment->op) {
+        case PLUSASG:
+        case PLUSPLUS: return constant_step(assignment->right, false, step);
+        case MINUSASG:
+        case MINMIN: return constant_step(assignment->right, true, step);
+        case ASG: {
+            const NODE* value = assignment->right;
+            return (value->op == PLUS || value->op == MINUS) && value->left->op == NAME &&
+                   assignment->left->op == NAME && value->left->symbol() == assignment->left->symbol() &&
+                   same_representation(value->type->normalized(), assignment->left->type->normalized()) &&
+                   constant_step(value->right, value->op == MINUS, step);
+        }
+        default: return false;
+    }
+}
+
+// What it costs to add a constant to the use.
+int INCREMENTS::cost_of_offset(NODE* name) const {
+    const NODE* node = name;
+    for (const NODE* parent = parent_of(node); parent != nullptr; node = parent, parent = parent_of(node)) {
+        if (parent->op == NASSERT) return 0;
+        if (parent->op == ASG && node == name && parent->left->op == NAME && node == parent->right) {
+            const SYMTAB* target = parent->left->symbol();
+            return symbols_.number_of(target) >= 0 && target->type->is_scalar() ? 0 : 1;
+        }
+        if (parent->op != PLUS && parent->op != MINUS) return 1;
+        if (parent->type->size() != name->type->size()) return 1;
+        if (parent->right->op == ICON && parent->left == node) return 0;
+        if (parent->op == MINUS && node == parent->right) return 1;
+    }
+    return 1;
+}
+
+// The accesses [first, last) are those of one variable in the statement.
+void INCREMENTS::list_variable(LIST* cell, std::size_t first, std::size_t last) {
+    NODE* root = cell->first;
+    const int number = symbols_.number_of(accesses_[first].name->symbol());
+    std::vector<EVENT>& events = events_[static_cast<std::size_t>(number)];
+    if (events.empty()) touched_.push_back(number);
+    const ACCESS* write = nullptr;
+    std::size_t uses = 0;
+    bool is_simple = !tree_is_arg_prolog(root);
+    for (std::size_t i = first; i < last; i++) {
+        const ACCESS& access = accesses_[i];
+        if (access.kind == ACC_READ) {
+            uses += access.assignment == nullptr ? 1 : 0;
+        } else {
+            is_simple = is_simple && access.kind == ACC_WRITE && write == nullptr && !access.conditional;
+            write = &access;
+        }
+    }
+    EVENT event{EVENT::END};
+    event.cell = cell;
+    if (write == nullptr) {
+        event.kind = EVENT::USE;
+        for (std::size_t i = first; i < last; i++) {
+            event.node = accesses_[i].name;
+            event.cost = cost_of_offset(event.node);
+            events.push_back(event);
+        }
+        return;
+    }
+    NODE* assignment = write->assignment;
+    event.node = assignment;
+    if (is_simple && step_of(assignment, event.step) && uses == (assignment->op == ASG ? 1U : 0U) &&
+        same_representation(assignment->left->type->normalized(), write->name->symbol()->type)) {
+        if (assignment == root) {
+            event.kind = EVENT::STEP;
+        } else if (assignment->op != ASG && !opcode_is_transfer(root->op)) {
+            event.kind =
+                assignment->op == PLUSPLUS || assignment->op == MINMIN ? EVENT::OLD_VALUE : EVENT::NEW_VALUE;
+        }
+    } else if (is_simple && uses == 0 && assignment->op == ASG) {
+        event.kind = EVENT::DEAD_END;
+    }
+    events.push_back(event);
+}
+
+void INCREMENTS::list_statement(LIST* cell) {
+    accesses_.clear();
+    list_accesses(cell->first, accesses_);
+    accesses_.erase(std::remove_if(accesses_.begin(), accesses_.end(),
+                                   [this](const ACCESS& access) {
+                                       const SYMTAB* symbol = access.name->symbol();
+                                       return symbols_.number_of(symbol) < 0 || !is_counted(symbol);
+                                   }),
+                    accesses_.end());
+    if (accesses_.empty()) return;
+    parents_.assign(1, nullptr);
+    cell->first->scratch[0] = 0;
+    walk_tree(cell->first, [this](NODE* node) {
+        if (node->left == nullptr) return;
+        parents_.push_back(node);
+        const auto index = static_cast<std::uint32_t>(parents_.size() - 1);
+        node->left->scratch[0] = index;
+        if (node->right != nullptr) node->right->scratch[0] = index;
+    });
+    std::stable_sort(accesses_.begin(), accesses_.end(), [this](const ACCESS& a, const ACCESS& b) {
+        return symbols_.number_of(a.name->symbol()) < symbols_.number_of(b.name->symbol());
+    });
+    for (std::size_t i = 0; i < accesses_.size();) {
+        std::size_t end = i + 1;
+        while (end < accesses_.size() && accesses_[end].name->symbol() == accesses_[i].name->symbol()) end++;
+        list_variable(cell, i, end);
+        i = end;
+    }
+}
+
+// --- The choice.
+
+// What the event costs as it is.
+int cost_as_is(const EVENT& event) {
+    switch (event.kind) {
+        case EVENT::STEP:
+        case EVENT::NEW_VALUE: return 1;
+        case EVENT::OLD_VALUE: return 2;
+        default: return 0;
+    }
+}
+
+// What its value costs while `pending` is not carried out; of a step, before it takes place.
+int cost_of_value(const EVENT& event, std::int64_t pending) {
+    switch (event.kind) {
+        case EVENT::USE: return pending != 0 ? event.cost : 0;
+        case EVENT::OLD_VALUE: return pending != 0 ? 1 : 0;
+        case EVENT::NEW_VALUE: return pending + event.step != 0 ? 1 : 0;
+        default: return 0;
+    }
+}
+
+// What the step costs when all that is pending is carried out there.
+int cost_of_carrying_out(const EVENT& event, std::int64_t pending) {
+    const int change = pending + event.step != 0 ? 1 : 0;
+    return event.kind == EVENT::OLD_VALUE ? cost_of_value(event, pending) + change : change;
+}
+
+// One run of uses and steps. Its value is not needed behind it if `is_dead`.
+void INCREMENTS::run_events(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
+                            bool is_dead) {
+    std::vector<std::size_t> stops; // the run's start, then its steps
+    stops.push_back(first);
+    int as_is = 0;
+    std::int64_t sum = 0;
+    for (std::size_t i = first; i < last; i++) {
+        sum += events[i].step;
+        events[i].sum = sum;
+        as_is += cost_as_is(events[i]);
+        if (is_step(events[i])) stops.push_back(i);
+    }
+    if (stops.size() == 1) return;
+    constexpr int NEVER = std::numeric_limits<int>::max() / 2;
+    std::vector<int> best(stops.size(), NEVER);
+    std::vector<std::size_t> from(stops.size(), 0);
+    best[0] = 0;
+    int best_end = NEVER;
+    std::size_t last_stop = 0;
+    for (std::size_t stop = 0; stop < stops.size(); stop++) {
+        if (best[stop] >= NEVER) continue;
+        const std::int64_t held = stop == 0 ? 0 : events[stops[stop]].sum;
+        int cost = best[stop];
+        std::size_t next = stop + 1;
+        std::size_t i = stop == 0 ? first : stops[stop] + 1;
+        for (; i < last && next - stop <= MOST_PENDING; i++) {
+            const EVENT& event = events[i];
+            const std::int64_t pending = event.sum - event.step - held;
+            if (is_step(event)) {
+                const int carried = cost + cost_of_carrying_out(event, pending);
+                if (carried < best[next]) {
+                    best[next] = carried;
+                    from[next] = stop;
+                }
+                next++;
+            }
+            cost += cost_of_value(event, pending);
+        }
+        if (i == last && (is_dead || held == sum) && cost < best_end) {
+            best_end = cost;
+            last_stop = stop;
+        }
+    }
+    if (best_end >= as_is) return;
+    std::vector<std::size_t> carried_out;
+    for (; last_stop != 0; last_stop = from[last_stop]) carried_out.push_back(stops[last_stop]);
+    std::reverse(carried_out.begin(), carried_out.end());
+    rewrite(symbol, events, first, last, carried_out);
+}
+
+// --- Rewriting.
+
+// The number as a constant that is added to the variable.
+NODE* addend(const SYMTAB* symbol, std::int64_t value) {
+    TYPE* type = symbol->type->is_ptr() ? tp->int_type(IK_INT) : promoted_type(symbol->type);
+    const INT65 low = INT65::from_signed(value) & type_mask(type);
+    return mk_ICON(type->is_signed() ? sign_extend_by_type(low, type) : low, type);
+}
+
+NODE* value_with_offset(SYMTAB* symbol, std::int64_t offset, TYPE* type) {
+    NODE* name = mk_NAME(symbol);
+    if (offset == 0) return coerce_to_type(name, type);
+    TYPE* computed = symbol->type->is_ptr() ? symbol->type : promoted_type(symbol->type);
+    return coerce_to_type(
+        maketree(PLUS, coerce_to_type(name, computed), addend(symbol, offset), computed, nullptr), type);
+}
+
+NODE* step_statement(SYMTAB* symbol, std::int64_t change) {
+    return maketree(PLUSASG, mk_NAME(symbol), addend(symbol, change), symbol->type, nullptr);
+}
+
+void overwrite(NODE* node, NODE* value) {
+    if (node->left != nullptr) erase_tree(node->left);
+    if (node->right != nullptr) erase_tree(node->right);
+    *node = *value;
+    erase_node(value);
+}
+
+void INCREMENTS::rewrite(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
+                         const std::vector<std::size_t>& carried_out) {
+    if (print_debug != 0) dprintf("\n\tJoining increments of %s\n", symbol->name);
+    std::int64_t held = 0;
+    auto next = carried_out.begin();
+    for (std::size_t i = first; i < last; i++) {
+        const EVENT& event = events[i];
+        const bool is_carried_out = next != carried_out.end() && *next == i;
+        const std::int64_t pending = event.sum - event.step - held;
+        const std::int64_t change = event.sum - held;
+        NODE* node = event.node;
+        switch (event.kind) {
+            case EVENT::USE:
+                if (pending == 0) break;
+                overwrite(node, value_with_offset(symbol, pending, node->type));
+                note_changed(event.cell);
+                break;
+            case EVENT::STEP:
+                erase_tree(event.cell->first);
+                event.cell->first = is_carried_out && change != 0 ? step_statement(symbol, change) : nullptr;
+                note_changed(event.cell);
+                break;
+            case EVENT::OLD_VALUE:
+                overwrite(node, value_with_offset(symbol, pending, node->type));
+                note_changed(event.cell);
+                if (!is_carried_out || change == 0) break;
+                behind_.push_back(mkelist(step_statement(symbol, change), nullptr, event.cell->psn));
+                behind_what_.push_back(event.cell);
+                note_changed(behind_.back());
+                break;
+            case EVENT::NEW_VALUE: {
+                NODE* value = is_carried_out && change != 0 ? step_statement(symbol, change)
+                                                            : value_with_offset(symbol, change, symbol->type);
+                overwrite(node, coerce_to_type(value, node->type));
+                note_changed(event.cell);
+                break;
+            }
+            default: break;
+        }
+        if (!is_carried_out) continue;
+        held = event.sum;
+        ++next;
+    }
+}
+
+void INCREMENTS::run_variable(BBLK* bb, int number) {
+    std::vector<EVENT>& events = events_[static_cast<std::size_t>(number)];
+    SYMTAB* symbol = symbols_.symbol(number);
+    std::size_t first = 0;
+    for (std::size_t i = 0; i <= events.size(); i++) {
+        const bool is_end = i == events.size();
+        if (!is_end && events[i].kind != EVENT::END && events[i].kind != EVENT::DEAD_END) continue;
+        const bool is_dead = is_end ? !liveness_.is_live_out(bb, number) : events[i].kind == EVENT::DEAD_END;
+        run_events(symbol, events, first, i, is_dead);
+        first = i + 1;
+    }
+    events.clear();
+}
+
+void INCREMENTS::run_block(BBLK* bb) {
+    for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) list_statement(cell);
+    for (int number : touched_) run_variable(bb, number);
+    touched_.clear();
+    if (changed_.empty()) return;
+    for (std::size_t i = 0; i < behind_.size(); i++) {
+        behind_[i]->next = behind_what_[i]->next;
+        behind_what_[i]->next = behind_[i];
+    }
+    behind_.clear();
+    behind_what_.clear();
+    for (LIST* cell : changed_)
+        if (cell->first != nullptr) cell->first = simp_tree(cell->first, bb->loop);
+    changed_.clear();
+    bb->statements = tidy_statement_list(bb->statements);
+}
+
+} // namespace
+
+void propagate_increments() {
+    dprintf("\n\n\t\t\t---------- ENTERING 'propagate_increments' ----------\n");
+    const PRIVATE_SYMBOLS symbols;
+    if (!symbols.flow_is_known()) return;
+    const LIVENESS liveness(symbols);
+    INCREMENTS increments(symbols, liveness);
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) increments.run_block(bb);
+}
