@@ -14,6 +14,7 @@
 #include "lcse.h"
 #include "output.h"
 #include "pass.h"
+#include "rename_symbols.h"
 #include "simpcfg.h"
 #include "version.h"
 
@@ -128,7 +129,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {63, "late points-to", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {64, "global CSE", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {65, "Quillon rotate loops", false, ANY_LEVEL, nullptr, EMPTY_HERE},
-    {66, "late rename symbols", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
+    {66, "late rename symbols", false, LEVEL_2_UP_F2, rename_symbols,
+     "gives each independent value of a local a symbol of its own"},
     {67, "merge symbols", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
