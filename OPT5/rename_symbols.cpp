@@ -4,7 +4,8 @@
 // in it, or what arrives at the predecessor in turn. The search goes back from the reads, so that it sees
 // only blocks in which the symbol is live.
 //
-// Values that nobody reads keep the symbol: any name will do for them, and they gain nothing by one more.
+// Values that nobody reads or nobody has stored keep the symbol: any name will do for them, and they gain
+// nothing by one more.
 
 #include "rename_symbols.h"
 
@@ -68,7 +69,7 @@ class WEBS {
     std::vector<PLACE> places_;                      // by DFN
     int symbol_ = NONE;                              // the one in work
     std::vector<int> joined_;                        // by web: a web that it is one with, or itself
-    std::vector<char> read_;                         // by web
+    std::vector<char> seen_;                         // by web: whether it has stores, and reads
     std::vector<SYMTAB*> made_;                      // by web: the symbol that it gets; null: keeps its own
     std::vector<const BBLK*> pending_;
     std::vector<ACCESS> accesses_;
@@ -149,7 +150,7 @@ void WEBS::go_back(const BBLK* bb) {
         bb = pending_.back();
         pending_.pop_back();
         const int web = place(bb).arriving;
-        if (bb == currfuninfo->bb_list) join(web, ARRIVED);
+        if (bb->predecessors == nullptr) join(web, ARRIVED); // the first block, or one never reached
         for (const EDGE* edge = bb->predecessors; edge != nullptr; edge = edge->next) {
             steps_++;
             PLACE& before = place(edge->bb);
@@ -184,19 +185,21 @@ void WEBS::number_webs(std::vector<REFERENCE>& references) {
 }
 
 void WEBS::rename(std::vector<REFERENCE>& references) {
-    read_.assign(joined_.size(), 0);
+    constexpr char STORED = 1, READ = 2;
+    SYMTAB* const symbol = symbols_.symbol(symbol_);
+    seen_.assign(joined_.size(), 0);
+    if (symbol->level == 1) seen_[ARRIVED] = STORED;
     for (REFERENCE& reference : references) {
         if (reference.web == NONE) reference.web = place(reference.block).arriving;
         if (reference.web == NONE) continue; // adds to a value that nobody reads
         reference.web = find(reference.web);
-        if (reference.reads) read_[static_cast<std::size_t>(reference.web)] = 1;
+        seen_[static_cast<std::size_t>(reference.web)] |= reference.reads ? READ : STORED;
     }
     made_.assign(joined_.size(), nullptr);
-    SYMTAB* const symbol = symbols_.symbol(symbol_);
-    int keeper = read_[ARRIVED] != 0 ? ARRIVED : NONE;
+    int keeper = symbol->level == 1 && (seen_[ARRIVED] & READ) != 0 ? ARRIVED : NONE;
     for (const REFERENCE& reference : references) {
         const int web = reference.web;
-        if (web == NONE || read_[static_cast<std::size_t>(web)] == 0) continue;
+        if (web == NONE || seen_[static_cast<std::size_t>(web)] != (STORED | READ)) continue;
         if (keeper == NONE) keeper = web; // the one that stands first
         if (web == keeper) continue;
         SYMTAB*& other = made_[static_cast<std::size_t>(web)];

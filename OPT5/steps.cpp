@@ -12,6 +12,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "lcse.h"
+#include "merge_symbols.h"
 #include "output.h"
 #include "pass.h"
 #include "rename_symbols.h"
@@ -131,7 +132,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {65, "Quillon rotate loops", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {66, "late rename symbols", false, LEVEL_2_UP_F2, rename_symbols,
      "gives each independent value of a local a symbol of its own"},
-    {67, "merge symbols", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
+    {67, "merge symbols", false, LEVEL_2_UP_F2, merge_symbols,
+     "makes locals that are copies of one another one"},
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {70, "CSU returning temp", false, ANY_LEVEL, nullptr, NOT_BUILT},
