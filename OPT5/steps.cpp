@@ -17,6 +17,7 @@
 #include "pass.h"
 #include "rename_symbols.h"
 #include "simpcfg.h"
+#include "stack_sharing.h"
 #include "version.h"
 
 namespace {
@@ -69,7 +70,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
      "orders the functions by the call graph and drops those that need no code"},
     // From here on each function goes to the end before the next one starts.
     {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits, "cleans the flow graph"},
-    {12, "stack sharing", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {12, "stack sharing", false, ANY_LEVEL, build_stack_sharing_type,
+     "gives arrays and structures of blocks that never live together the same room in the frame"},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
      "merges blocks that do the same and takes away tests that others have settled"},
     {14, "early LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
