@@ -1,6 +1,7 @@
 #include "bblk.h"
 
 #include <algorithm>
+#include <cstring>
 #include <unordered_map>
 #include <vector>
 
@@ -417,6 +418,14 @@ LIST* last_cell(const BBLK* bb) {
     LIST* cell = bb->statements;
     while (cell != nullptr && cell->next != nullptr) cell = cell->next;
     return cell;
+}
+
+bool is_never_executed(const BBLK* bb) {
+    for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
+        const NODE* statement = cell->first;
+        if (statement->op == UMCALL && std::strcmp(statement->intrinsic(), NEVER_EXECUTED) == 0) return true;
+    }
+    return false;
 }
 
 NODE* last_statement(const BBLK* bb) {

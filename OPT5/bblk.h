@@ -20,6 +20,12 @@ struct PSN;
 
 constexpr double UNKNOWN_FREQ = -1.0;
 
+// The intrinsic that marks a block to which control never comes.
+constexpr char NEVER_EXECUTED[] = "_never_executed";
+
+// The comment with which such a block is written.
+constexpr char NEVER_REACHED[] = "***\t; this point in the function is never reached";
+
 // A list cell, not a graph object.
 struct EDGE {
     BBLK* bb;    // the block at the other end
@@ -151,6 +157,9 @@ bool loop_is_innermost(const LOOP* loop);
 // The last statement of the block, null when it has none. Linear in the block.
 NODE* last_statement(const BBLK* bb);
 LIST* last_cell(const BBLK* bb);
+// Whether the block holds the intrinsic "_never_executed", by which a program says that it does not get
+// there. Linear in the block.
+bool is_never_executed(const BBLK* bb);
 
 // --- Labels of the current function.
 

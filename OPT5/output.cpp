@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "bblk.h"
+#include "block_layout.h"
 #include "casts.h"
 #include "dead_assigns.h"
 #include "debug.h"
@@ -17,6 +18,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
+#include "rotate_loops.h"
 #include "simpcfg.h"
 #include "symbol.h"
 #include "unsimplify.h"
@@ -76,7 +78,11 @@ void output_function() {
         write_func_header();
         fold_ANDBASGs();
         simpcfg(true, false);
+        rotate_loops();
+        straighten_traces_in_cfg();
         unsimplify();
+        // Last of all: cleaning the graph makes and simplifies conditionals, and what unsimplify moves into
+        // its place may need a conversion there.
         for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
             for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
                 insert_mandatory_casts_in_tree(cell->first);

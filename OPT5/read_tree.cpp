@@ -6,6 +6,7 @@
 #include "bad_input.h"
 #include "bblk.h"
 #include "bbutils.h"
+#include "builtin_expect.h"
 #include "erase.h"
 #include "files.h"
 #include "node.h"
@@ -94,11 +95,17 @@ void clean_node(NODE* node) {
     check_sense(node);
 }
 
-void clean_expression(NODE*& place) {
+// Returns what the program expects of the value.
+EXPECTATION clean_expression(NODE*& place) {
     unwrap_profile(place);
-    if (place == nullptr) return;
+    if (place == nullptr) return {};
     if (place->op == COLON || place->op == FIELD) bad_shape(place, "alone");
-    walk_tree(place, clean_node);
+    bool calls = false;
+    walk_tree(place, [&calls](NODE* node) {
+        clean_node(node);
+        calls = calls || node->op == ICALL || node->op == CALL;
+    });
+    return calls && any_node(place, is_builtin_expect) ? take_expectations(place) : EXPECTATION{};
 }
 
 void clean_case_list(NODE* statement) {
@@ -150,7 +157,7 @@ NODE* expr_cleanup(NODE* tree, LBL*& behind) {
     switch (tree->op) {
         case BRANCH: bind_label(tree->left, tree); return tree;
         case CBRANCH: {
-            clean_expression(tree->left);
+            const EXPECTATION expectation = clean_expression(tree->left);
             check_sense(tree);
             bind_label(tree->right, tree);
             behind = opt_client.fresh_label();
@@ -158,12 +165,15 @@ NODE* expr_cleanup(NODE* tree, LBL*& behind) {
             fall_through->label = behind;
             tree->right = maketree(COLON, fall_through, tree->right, tp->void_type(), nullptr);
             tree->op = IF;
+            convert_CBRANCH_with_builtin_expect(tree, expectation);
             return tree;
         }
-        case SWITCH:
-            clean_expression(tree->left);
+        case SWITCH: {
+            const EXPECTATION expectation = clean_expression(tree->left);
             clean_case_list(tree);
+            convert_SWITCH_with_builtin_expect(tree, expectation);
             return tree;
+        }
         case URETURN: clean_returning_name(tree); return tree;
         case RETURN:
             clean_returning_name(tree);

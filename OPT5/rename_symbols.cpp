@@ -84,7 +84,7 @@ bool WEBS::can_be_renamed(const SYMTAB* symbol) const {
 // --- References.
 
 void WEBS::collect(const BBLK* bb, NODE* statement) {
-    const bool receives = bb == currfuninfo->bb_list && tree_is_arg_prolog(statement);
+    const bool receives = tree_is_arg_prolog(statement);
     accesses_.clear();
     list_accesses(statement, accesses_);
     const NODE* last = nullptr;

@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "bblk.h"
@@ -40,8 +39,6 @@
 using namespace op;
 
 namespace {
-
-constexpr char NEVER_EXECUTED[] = "_never_executed";
 
 // A selector with so many values or more is not rewritten.
 constexpr int RANGE_LIMIT = 500;
@@ -251,16 +248,6 @@ class SWITCH_CASES {
 SWITCH_CASES::SWITCH_CASES(BBLK* bb, const BLOCK_EFFECTS& effects)
     : bb_(bb), effects_(effects), last_(last_cell(bb)), switch_(last_->first) {}
 
-// Whether the block is one that control never comes to.
-bool is_never_executed(const BBLK* bb) {
-    for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
-        const NODE* statement = cell->first;
-        if (statement->op == UMCALL && std::string_view(statement->intrinsic()) == NEVER_EXECUTED)
-            return true;
-    }
-    return false;
-}
-
 bool SWITCH_CASES::read_list() {
     shape_ = shape_of(switch_->left->type);
     if (shape_.width == 0 || !switch_->left->type->is_integral()) return false;
@@ -417,7 +404,7 @@ void SWITCH_CASES::add_default_block() {
     dprintf("--> Adding a new DEFAULT basic block.\n");
     auto* comment = new NODE(ASM, tp->void_type());
     comment->u.lval = INT65::from_signed(REC_COMMENT);
-    comment->text = current_pool().copy_text("***\t; this point in the function is never reached");
+    comment->text = current_pool().copy_text(NEVER_REACHED);
     NODE* marker = mk_MCALL(NEVER_EXECUTED, nullptr, tp->void_type());
     NODE* leave = mk_BRANCH(currfuninfo->bb_list->prev, nullptr);
     LIST* statements =

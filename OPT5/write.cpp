@@ -3,8 +3,11 @@
 // A block in memory always ends with an explicit transfer; a file has fall through. `lower_transfers` closes
 // the gap, block by block, with `next` the block behind it:
 //
-//     IF(c, t, f)    f is not next:   CBRANCH(c, LABEL f), then BRANCH(LABEL t) unless t is next
+//     IF(c, t, f)    t is next:       CBRANCH(c, LABEL f)
 //                    f is next:       CBRANCH(not c, LABEL t)
+//                    neither:         CBRANCH(c, LABEL f), BRANCH(LABEL t), or where t is known to be more
+//                                     likely and not c costs no operator, CBRANCH(not c, LABEL t),
+//                                     BRANCH(LABEL f)
 //     BRANCH(t)      t is next:       nothing
 //                    t is the exit:   URETURN
 //     exit block     nothing: the body ends here
@@ -16,6 +19,7 @@
 #include "write.h"
 
 #include <cstdint>
+#include <utility>
 
 #include "bblk.h"
 #include "bbutils.h"
@@ -42,11 +46,14 @@ bool compares_floating(const NODE* comparison) {
     return comparison->left->type->is_fltpt() || comparison->right->type->is_fltpt();
 }
 
+// The plain comparisons have no form for an unordered operand.
+bool has_inverse_comparison(const NODE* condition) {
+    return boolean_inv[condition->op] != ILLOP && (condition->op >= FEQ || !compares_floating(condition));
+}
+
 NODE* inverse_condition(NODE* condition) {
-    const int inverse = boolean_inv[condition->op];
-    // The plain comparisons have no form for an unordered operand.
-    if (inverse != ILLOP && (condition->op >= FEQ || !compares_floating(condition))) {
-        condition->op = inverse;
+    if (has_inverse_comparison(condition)) {
+        condition->op = boolean_inv[condition->op];
         return condition;
     }
     if (condition->op == EXCLAIM) {
@@ -58,26 +65,31 @@ NODE* inverse_condition(NODE* condition) {
     return mk_EXCLAIM(condition);
 }
 
+// Whether a conditional jump of its own to the first arm is better than one to the second: the other arm
+// follows, or is the less likely one and takes a second transfer.
+bool jumps_when_true(const NODE* condition, const NODE* if_true, const NODE* if_false, const BBLK* next) {
+    if (if_true->label->bb == next) return false;
+    if (if_false->label->bb == next) return true;
+    return if_true->freq > 0.5 && (has_inverse_comparison(condition) || condition->op == EXCLAIM);
+}
+
 void lower_IF(LIST* last, const BBLK* next) {
     NODE* transfer = last->first;
     NODE* arms = transfer->right;
-    NODE* if_true = arms->left;
-    NODE* if_false = arms->right;
+    NODE* target = arms->right;
+    NODE* other = arms->left;
     arms->left = arms->right = nullptr;
     erase_node(arms);
     transfer->op = CBRANCH;
-    const bool true_is_next = if_true->label->bb == next;
-    if (if_false->label->bb == next && !true_is_next) {
+    if (jumps_when_true(transfer->left, other, target, next)) {
         transfer->left = inverse_condition(transfer->left);
-        transfer->right = if_true;
-        erase_tree(if_false);
-        return;
+        std::swap(target, other);
     }
-    transfer->right = if_false;
-    if (true_is_next) {
-        erase_tree(if_true);
+    transfer->right = target;
+    if (other->label->bb == next) {
+        erase_tree(other);
     } else {
-        NODE* branch = maketree(BRANCH, if_true, nullptr, tp->void_type(), nullptr);
+        NODE* branch = maketree(BRANCH, other, nullptr, tp->void_type(), nullptr);
         last->next = mklist(branch, nullptr, 0, 0);
         last->next->psn = last->psn;
     }
@@ -245,6 +257,8 @@ void wrbblocks() {
     number_labels();
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
         if (bb->label != nullptr && bb->label->refs > 0) wrbdlr(bb->label);
+        if (is_never_executed(bb) && !is_comment(bb->statements->first))
+            wrasmr(REC_COMMENT, NEVER_REACHED, nullptr);
         for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) wrexpr(cell);
     }
 }

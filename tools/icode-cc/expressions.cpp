@@ -279,12 +279,12 @@ model::tree* lowering::value_of_cast(const CastExpr* cast) {
             TYPE* pointer = array->type->is_array() ? types_.mk_ptr(array->type->elem_type()) : to;
             return decay(array, pointer);
         }
+        case CK_BuiltinFnToFnPtr:
         case CK_FunctionToPointerDecay: {
             tree* function = lvalue(operand);
             if (function->op == op::UMULT) return function->left;
             return make(op::UAND, types_.mk_ptr(function->type), function);
         }
-        case CK_BuiltinFnToFnPtr: return value(operand);
         case CK_NoOp: {
             tree* v = operand->isLValue() && cast->isLValue() ? lvalue(operand) : value(operand);
             return v;
@@ -515,6 +515,12 @@ model::tree* lowering::value_of_builtin(const CallExpr* expr, llvm::StringRef bu
     if (builtin == "__builtin_unreachable") return make(op::NASSERT, int_, int_icon(0));
     if (builtin == "__builtin_assume" || builtin == "_nassert")
         return make(op::NASSERT, int_, condition(expr->getArg(0)));
+    if (builtin == "__builtin_expect") {
+        tree* arguments = make(op::COMMA, int_, value(expr->getArg(0)), value(expr->getArg(1)));
+        tree* expect = make(op::ICALL, type_of(expr->getType())->stqs(), arguments);
+        expect->text = "__builtin_expect";
+        return expect;
+    }
     if (builtin == "__builtin_constant_p") {
         const auto known = evaluate(expr);
         return int_icon(known ? known->number : 0);

@@ -131,6 +131,7 @@ const intrinsic table[] = {
     callable<product_of_high>("_mpyhi"),
     callable<low>("_lo"),
     callable<high>("_hi"),
+    {"__builtin_expect", 2, same, false},
     {"_never_executed", 0, never, true},
     {"quest$colon", 3, choose, false},
     {"def$assert", 2, same, false},
