@@ -9,9 +9,11 @@
 
 #include <vector>
 
+#include "allocate_regs.h"
 #include "bblk.h"
 #include "block_layout.h"
 #include "casts.h"
+#include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
 #include "erase.h"
@@ -72,7 +74,10 @@ void drop_unused_locals() {
 
 void output_function() {
     drop_unused_locals();
+    combine_asgs_to_memory();
     optimize_SWITCH_cases();
+    init_reg_defs();
+    allocate_regs();
     elim_dead_assigns(false, false);
     if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
         write_func_header();
