@@ -8,6 +8,7 @@
 
 #include "merge_symbols.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <set>
@@ -16,6 +17,7 @@
 #include "accesses.h"
 #include "bblk.h"
 #include "bbutils.h"
+#include "branch_prediction.h"
 #include "copyprop.h"
 #include "erase.h"
 #include "fileopt.h"
@@ -97,6 +99,7 @@ class MERGER {
     void try_to_join(int a, int b);
     void drop_copies_between(int a, int b);
     void join(int a, int b);
+    std::vector<const COPY*> by_frequency() const;
     bool rename(NODE* tree);
     bool rewrite();
     SYMTAB* drop_symbols(SYMTAB*& list);
@@ -335,6 +338,18 @@ void MERGER::try_to_join(int a, int b) {
     any_ = true;
 }
 
+// The copies that run most often first: one that is joined may stand in the way of others.
+std::vector<const MERGER::COPY*> MERGER::by_frequency() const {
+    const BRANCH_PREDICTION prediction;
+    std::vector<const COPY*> result;
+    result.reserve(copies_.size());
+    for (const COPY& copy : copies_) result.push_back(&copy);
+    std::stable_sort(result.begin(), result.end(), [&](const COPY* a, const COPY* b) {
+        return prediction.frequency(a->block) > prediction.frequency(b->block);
+    });
+    return result;
+}
+
 // --- Rewriting.
 
 // Whether the tree has names of symbols that have another one to stand for them.
@@ -401,8 +416,8 @@ void MERGER::run() {
     if (copies_.empty()) return;
     list_events();
     find_live_ends();
-    for (const COPY& copy : copies_)
-        if (steps_ < MAX_STEPS) try_to_join(copy.to, copy.from);
+    for (const COPY* copy : by_frequency())
+        if (steps_ < MAX_STEPS) try_to_join(copy->to, copy->from);
     if (!any_) return;
     const bool settled = rewrite();
     currfuninfo->locals_tail = drop_symbols(currfuninfo->locals);

@@ -149,8 +149,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {77, "late LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // Made by the driver behind every list: writing is not part of any order.
     {OUTPUT_STEP, "output function", false, ANY_LEVEL, output_function,
-     "drops unused locals, cases and assignments in vain, cleans the flow graph, writes the function and "
-     "erases it"},
+     "drops unused locals, cases and assignments in vain, weighs locals for registers, cleans the flow "
+     "graph, writes the function and erases it"},
 };
 
 void run_step_body(int id) {

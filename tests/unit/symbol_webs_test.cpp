@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "OPT5/accesses.h"
+#include "OPT5/allocate_regs.h"
 #include "OPT5/merge_symbols.h"
 #include "OPT5/opt_expr.h"
 #include "OPT5/rename_symbols.h"
@@ -175,6 +176,12 @@ TEST_F(LARGE, EverythingLiveEverywhere) {
     end_uncleaned();
     expect_fast(rename_symbols);
     expect_fast(merge_symbols);
+    init_reg_defs();
+    expect_fast(allocate_regs);
+    int in_registers = 0;
+    for (const SYMTAB* symbol = currfuninfo->locals; symbol != nullptr; symbol = symbol->next)
+        in_registers += symbol->sclass == SC_REGISTER ? 1 : 0;
+    EXPECT_EQ(in_registers, 8);
 }
 
 // Values that pass from one to the next, with many webs of one symbol.
