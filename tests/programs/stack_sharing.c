@@ -1,5 +1,6 @@
-// Arrays and structures in blocks side by side: loops that come back to a block, jumps into and out of blocks,
-// cases that enter them in the middle, blocks in blocks, recursion with buffers in use above and below.
+// Arrays and structures in blocks side by side: loops that come back to a block, jumps into and out of
+// blocks, cases that enter them in the middle, blocks in blocks, recursion with buffers in use above and
+// below.
 #include <stdint.h>
 #include <stdio.h>
 #include <string.h>
@@ -91,9 +92,7 @@ static int entered(int n) {
             fill(a, 14, 1);
             r = sum_of(a, 14);
             if (r > 1000) {
-            case 1:
-                fill(a, 14, 5);
-                r += sum_of(a, 13);
+                case 1: fill(a, 14, 5); r += sum_of(a, 13);
             }
             break;
         }

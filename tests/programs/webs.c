@@ -1,5 +1,5 @@
-// Variables that serve for several values, and copies of variables: reused counters and parameters, values that
-// meet and part, swaps and rotations in loops, lost copies, conditional and embedded stores, structures.
+// Variables that serve for several values, and copies of variables: reused counters and parameters, values
+// that meet and part, swaps and rotations in loops, lost copies, conditional and embedded stores, structures.
 #include <setjmp.h>
 #include <stdint.h>
 #include <stdio.h>
