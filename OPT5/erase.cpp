@@ -83,6 +83,7 @@ void erase_all() {
     function->locals = function->locals_tail = nullptr;
     function->temps = nullptr;
     function->scopes = function->open_scope = function->body_scope = nullptr;
+    function->stack_sharing = {};
     function->labels = nullptr;
     function->psn = function->end_psn = function->args_psn = function->locals_psn = nullptr;
     function->pool.release_all();

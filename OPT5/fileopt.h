@@ -13,6 +13,7 @@
 #include "pool.h"
 #include "snmap.h"
 #include "spmap.h"
+#include "stack_sharing.h"
 
 class BBLK;
 class Dominator;
@@ -117,9 +118,10 @@ struct FUNINFO {
     SYMTAB* temps = nullptr;    // newest first
     SYMTAB* params_tail = nullptr;
     SYMTAB* locals_tail = nullptr;
-    LS* scopes = nullptr;     // root of the function's scope tree
-    LS* open_scope = nullptr; // while reading: the innermost open scope
-    LS* body_scope = nullptr; // of the outermost locals
+    LS* scopes = nullptr;        // root of the function's scope tree
+    LS* open_scope = nullptr;    // while reading: the innermost open scope
+    LS* body_scope = nullptr;    // of the outermost locals
+    STACK_SHARING stack_sharing; // until the step of that name
     LBL* labels = nullptr;
     std::int32_t next_label = -1; // internal labels count down
     std::int32_t next_temp = 0;

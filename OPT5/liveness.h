@@ -25,13 +25,12 @@ class LIVENESS {
     bool is_live_in(const BBLK* bb, int number) const { return is_live(live_in_, bb, number); }
     bool is_live_out(const BBLK* bb, int number) const { return is_live(live_out_, bb, number); }
 
-    // Calls `visit` with the number of every symbol that is live at the block's end, once. The flow must be
-    // known.
+    // Calls `visit` with the number of every symbol that is live there, once. The flow must be known.
+    template <class VISIT> void for_each_live_in(const BBLK* bb, VISIT visit) const {
+        for_each(live_in_, bb, visit);
+    }
     template <class VISIT> void for_each_live_out(const BBLK* bb, VISIT visit) const {
-        const std::uint64_t* words = &live_out_[row(bb)];
-        for (std::size_t i = 0; i < words_; i++)
-            for (std::uint64_t rest = words[i]; rest != 0; rest &= rest - 1)
-                visit(symbol_of_bit_[i * 64 + static_cast<std::size_t>(__builtin_ctzll(rest))]);
+        for_each(live_out_, bb, visit);
     }
 
   private:
@@ -39,6 +38,12 @@ class LIVENESS {
 
     std::size_t row(const BBLK* bb) const;
     bool is_live(const ROWS& rows, const BBLK* bb, int number) const;
+    template <class VISIT> void for_each(const ROWS& rows, const BBLK* bb, VISIT visit) const {
+        const std::size_t first = row(bb);
+        for (std::size_t i = 0; i < words_; i++)
+            for (std::uint64_t rest = rows[first + i]; rest != 0; rest &= rest - 1)
+                visit(symbol_of_bit_[i * 64 + static_cast<std::size_t>(__builtin_ctzll(rest))]);
+    }
     void number_bits();
     void collect();
     void solve();

@@ -1,17 +1,20 @@
 // The step "output function".
 //
 // Trees: they get the form that suits the code generator, with every conversion that the file asks for;
-// locals of the outermost scope that no tree names any more lose their symbol; assignments to locals that
-// nobody reads go. Blocks get the order in which they are written. Requires edges and blocks; behind it the
-// body is gone. Near linear in the function.
+// locals of the outermost scope and temporaries that no tree names any more lose their symbol; assignments to
+// one place of memory come together; variables that never need memory get the class of register variables;
+// assignments to locals that nobody reads go. Blocks get the order in which they are written. Requires edges
+// and blocks; behind it the body is gone. Near linear in the function.
 
 #include "output.h"
 
 #include <vector>
 
+#include "allocate_regs.h"
 #include "bblk.h"
 #include "block_layout.h"
 #include "casts.h"
+#include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
 #include "erase.h"
@@ -47,15 +50,14 @@ void count_uses(NODE* tree) {
     }
 }
 
-void drop_unused_locals() {
-    for (SYMTAB* symbol = currfuninfo->locals; symbol != nullptr; symbol = symbol->next)
+void clear_uses(SYMTAB* list) {
+    for (SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next)
         if (symbol->level == OUTERMOST_LOCALS) symbol->use_count = 0;
-    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) count_uses(cell->first);
-    for (const EHT_ENTRY& entry : currfuninfo->eht)
-        if (entry.tree != nullptr) count_uses(static_cast<NODE*>(entry.tree));
+}
 
-    SYMTAB** link = &currfuninfo->locals;
+// Returns the last symbol of the list.
+SYMTAB* drop_unused(SYMTAB*& list) {
+    SYMTAB** link = &list;
     SYMTAB* last = nullptr;
     while (SYMTAB* symbol = *link) {
         if (symbol->level == OUTERMOST_LOCALS && symbol->use_count == 0) {
@@ -65,14 +67,29 @@ void drop_unused_locals() {
         last = symbol;
         link = &symbol->next;
     }
-    currfuninfo->locals_tail = last;
+    return last;
+}
+
+// A symbol that the exception table names is used there.
+void drop_unused_locals() {
+    clear_uses(currfuninfo->locals);
+    clear_uses(currfuninfo->temps);
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) count_uses(cell->first);
+    for (const EHT_ENTRY& entry : currfuninfo->eht)
+        if (entry.tree != nullptr) count_uses(static_cast<NODE*>(entry.tree));
+    currfuninfo->locals_tail = drop_unused(currfuninfo->locals);
+    drop_unused(currfuninfo->temps);
 }
 
 } // namespace
 
 void output_function() {
     drop_unused_locals();
+    combine_asgs_to_memory();
     optimize_SWITCH_cases();
+    init_reg_defs();
+    allocate_regs();
     elim_dead_assigns(false, false);
     if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
         write_func_header();

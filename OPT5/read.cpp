@@ -20,6 +20,7 @@
 #include "seq_trees.h"
 #include "simp.h"
 #include "simpcfg.h"
+#include "stack_sharing.h"
 #include "symbol.h"
 #include "target_bif.h"
 #include "types.h"
@@ -70,6 +71,7 @@ I_SYMTAB* OPT_CLIENT::cl_symbol_create(const SYMBOL_RECORD& record) {
         if (symbol->otype->is_func()) note_function_symbol(symbol);
     } else if (currfuninfo->open_scope != nullptr) {
         currfuninfo->open_scope->add_symbol(symbol);
+        add_stack_sharing_variable(symbol);
     }
     return symbol;
 }
@@ -163,6 +165,7 @@ void OPT_CLIENT::cl_begin_func(I_SYMTAB* owner, const PSN* psn) {
     lex_ = 1;
     is_first_expr_ = true;
     args_ended_ = false;
+    init_stack_sharing();
     LS::open(function); // the file's scope
     LS::open(function);
 }
@@ -174,6 +177,7 @@ void OPT_CLIENT::cl_end_args(const PSN* psn) {
     currfuninfo->args_psn = mk_psn(psn);
     lex_++;
     LS::open(currfuninfo);
+    begin_stack_sharing_scope(lex_);
 }
 
 void OPT_CLIENT::cl_end_locals(const PSN* psn) {
@@ -185,6 +189,7 @@ void OPT_CLIENT::cl_begin_block(const PSN*) {
     need_function("a block");
     lex_++;
     LS::open(currfuninfo);
+    begin_stack_sharing_scope(lex_);
 }
 
 void OPT_CLIENT::cl_end_block(const PSN* psn) {
@@ -192,6 +197,7 @@ void OPT_CLIENT::cl_end_block(const PSN* psn) {
     if (lex_ <= 2) bad_input(psn, "the end of a block that is not open");
     lex_--;
     LS::close(currfuninfo);
+    end_stack_sharing_scope();
 }
 
 void OPT_CLIENT::append(NODE* statement, const PSN* psn) {

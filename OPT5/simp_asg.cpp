@@ -78,7 +78,8 @@ void fit_right_side(NODE* node, ::LOOP* loop) {
 bool is_local_number(const NODE* target) {
     if (target->op != NAME || !is_int_or_ptr(target->type)) return false;
     const SYMTAB* symbol = target->symbol();
-    return symbol->sclass == SC_AUTO || (symbol->sclass == SC_STATIC && symbol->level > 1);
+    return symbol->sclass == SC_AUTO || symbol->sclass == SC_REGISTER ||
+           (symbol->sclass == SC_STATIC && symbol->level > 1);
 }
 
 // `v = x + k`, the form in which the loop passes look for a step.

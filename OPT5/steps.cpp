@@ -17,10 +17,13 @@
 #include "fileopt.h"
 #include "files.h"
 #include "lcse.h"
+#include "merge_symbols.h"
 #include "output.h"
 #include "pass.h"
 #include "propagate_increments.h"
+#include "rename_symbols.h"
 #include "simpcfg.h"
+#include "stack_sharing.h"
 #include "sti_to_cinit.h"
 #include "subrange.h"
 #include "superblocks.h"
@@ -79,7 +82,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     // From here on each function goes to the end before the next one starts.
     {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits,
      "makes statements of the assignments inside expressions; cleans the flow graph"},
-    {12, "stack sharing", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {12, "stack sharing", false, ANY_LEVEL, build_stack_sharing_type,
+     "gives arrays and structures of blocks that never live together the same room in the frame"},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
      "merges blocks that do the same; takes away tests that others have settled, and leads ways past tests "
      "whose outcome is known on them"},
@@ -143,8 +147,10 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {63, "late points-to", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {64, "global CSE", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
     {65, "Quillon rotate loops", false, ANY_LEVEL, nullptr, EMPTY_HERE},
-    {66, "late rename symbols", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
-    {67, "merge symbols", false, LEVEL_2_UP_F2, nullptr, NOT_BUILT},
+    {66, "late rename symbols", false, LEVEL_2_UP_F2, rename_symbols,
+     "gives each independent value of a local a symbol of its own"},
+    {67, "merge symbols", false, LEVEL_2_UP_F2, merge_symbols,
+     "makes locals that are copies of one another one"},
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
     {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {70, "CSU returning temp", false, ANY_LEVEL, subst_csu_returning_temp_for_local_var,
@@ -164,9 +170,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {77, "late LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // Made by the driver behind every list: writing is not part of any order.
     {OUTPUT_STEP, "output function", false, ANY_LEVEL, output_function,
-     "drops unused locals, cases and assignments in vain, cleans the flow graph, orders the blocks, writes "
-     "the "
-     "function and erases it"},
+     "drops unused locals, cases and assignments in vain, weighs locals for registers, cleans the flow graph, "
+     "orders the blocks, writes the function and erases it"},
 };
 
 void run_step_body(int id) {

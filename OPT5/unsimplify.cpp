@@ -82,7 +82,7 @@ void chain_constants(LIST* list) {
 
 // A local whose uses are all to be seen.
 bool is_private(const SYMTAB* symbol) {
-    return symbol->level >= 2 && symbol->sclass == SC_AUTO && !symbol->otype->is_volatile() &&
+    return symbol->level >= 2 && is_automatic(symbol) && !symbol->otype->is_volatile() &&
            symbol->type->is_scalar();
 }
 
