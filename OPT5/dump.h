@@ -16,6 +16,11 @@ std::string tree_to_text(NODE* tree);
 // value. Nothing without debugging.
 void prbbinfix(int first, int last, int types);
 
+// The same of the whole of currfuninfo, if it has blocks. With the switch debug:dump_changes the blocks are
+// written only if they differ from those written last, behind a line "<<<< STATE when: 2 blocks, 9
+// operators".
+void dump_state(const char* when);
+
 // Announces the current function in the debug file: name, source file and line. Nothing without debugging.
 void dump_function_header();
 

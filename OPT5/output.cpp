@@ -13,9 +13,11 @@
 #include "casts.h"
 #include "dead_assigns.h"
 #include "debug.h"
+#include "dump.h"
 #include "erase.h"
 #include "fileopt.h"
 #include "files.h"
+#include "graphs.h"
 #include "node.h"
 #include "simpcfg.h"
 #include "symbol.h"
@@ -80,6 +82,8 @@ void output_function() {
         for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
             for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
                 insert_mandatory_casts_in_tree(cell->first);
+        dump_state("AS WRITTEN");
+        write_function_graphs();
         write_func_body();
     }
     currfuninfo->flags |= FUN_is_processed;
