@@ -124,6 +124,9 @@ class PRINTER {
                 print_node(item.node, item.context);
             }
         }
+        // Names and the words of pragmas may hold anything; the text stays on one line.
+        for (char& c : out_)
+            if (static_cast<unsigned char>(c) < ' ') c = ' ';
         return std::move(out_);
     }
 
