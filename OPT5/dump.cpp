@@ -290,7 +290,8 @@ void prbbinfix(int first, int last, int types) {
     dprintf("%s", text.c_str());
 }
 
-void dump_state(const char* when) {
+void dump_state(STATE_TIME when) {
+    constexpr const char* names[] = {"BEFORE", "AFTER", "AS WRITTEN"};
     if (print_debug == 0) return;
     if (currfuninfo == nullptr || currfuninfo->bb_list == nullptr) {
         last_function = nullptr;
@@ -300,16 +301,16 @@ void dump_state(const char* when) {
         prbbinfix(0, 0, 0);
         return;
     }
+    if (when == STATE_BEFORE && last_function == currfuninfo) return;
     std::string text;
+    text.reserve(last_state.size() + 256);
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) append_block(text, bb, false);
+    if (last_function == currfuninfo && text == last_state) return;
     int blocks = 0, operators = 0;
-    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
-        blocks++;
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next, blocks++)
         for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
             operators += count_nodes_in_tree(cell->first);
-        append_block(text, bb, false);
-    }
-    if (last_function == currfuninfo && text == last_state) return;
-    dprintf("\n<<<< STATE %s: %d blocks, %d operators\n%s", when, blocks, operators, text.c_str());
+    dprintf("\n<<<< STATE %s: %d blocks, %d operators\n%s", names[when], blocks, operators, text.c_str());
     last_function = currfuninfo;
     last_state = std::move(text);
 }

@@ -144,8 +144,8 @@ void GRAPH_WRITER::fail() const {
     std::exit(1);
 }
 
-std::string graph_file_name(const char* output, const char* input, std::string_view part,
-                            const char* kind, GRAPH_FORMAT format) {
+std::string graph_file_name(const char* output, const char* input, std::string_view part, const char* kind,
+                            GRAPH_FORMAT format) {
     std::string name = is_regular_or_new(output) ? output : input;
     const std::size_t slash = name.rfind('/');
     const std::size_t first = slash == std::string::npos ? 0 : slash + 1;

@@ -50,8 +50,8 @@ class GRAPH_WRITER {
 // The name of a graph's file: the stem of `output` (or of `input` where the output is no regular file, such
 // as a device), the part, the kind and the extension of the format. Bytes of `part` that are not fit for a
 // file name are written as "%XX"; a part that is too long is cut and ends in a hash of the whole.
-std::string graph_file_name(const char* output, const char* input, std::string_view part,
-                            const char* kind, GRAPH_FORMAT format);
+std::string graph_file_name(const char* output, const char* input, std::string_view part, const char* kind,
+                            GRAPH_FORMAT format);
 
 // The text, or its beginning and "..." when it is longer than `limit` bytes.
 std::string shortened(std::string_view text, std::size_t limit);

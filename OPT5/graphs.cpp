@@ -36,8 +36,8 @@ std::string label_of_block(const BBLK* bb) {
     return label;
 }
 
-// The places of the blocks in a post-order walk from the entry, by UON, then of those that it does not reach. An
-// edge to a block that is left no earlier than the one it comes from goes back to a block under way.
+// The places of the blocks in a post-order walk from the entry, by UON, then of those that it does not reach.
+// An edge to a block that is left no earlier than the one it comes from goes back to a block under way.
 std::vector<int> post_order() {
     std::vector<BBLK*> finished;
     clear_visited();

@@ -1,7 +1,8 @@
-// Graphs of what the optimizer works on: the flow graph and the trees of a function, the call graph of a file.
+// Graphs of what the optimizer works on: the flow graph and the trees of a function, the call graph of a
+// file.
 //
-// The switches debug:flow_graph and debug:expr_graph ask for the graphs of each function in the form in which it
-// is written, the option of the call graph for that of the file: 1 for GDL, 2 for DOT. Graphs stand beside
+// The switches debug:flow_graph and debug:expr_graph ask for the graphs of each function in the form in which
+// it is written, the option of the call graph for that of the file: 1 for GDL, 2 for DOT. Graphs stand beside
 // the output file, one a file. A file that cannot be written ends the run with one line and status 1.
 // Nothing here changes the function. Linear.
 

@@ -82,7 +82,7 @@ void output_function() {
         for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
             for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
                 insert_mandatory_casts_in_tree(cell->first);
-        dump_state("AS WRITTEN");
+        dump_state(STATE_AS_WRITTEN);
         write_function_graphs();
         write_func_body();
     }
