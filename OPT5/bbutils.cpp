@@ -74,12 +74,16 @@ bool receives_parameter(const NODE* asg) {
 
 } // namespace
 
-bool tree_is_arg_prolog(NODE* tree) {
-    while (tree != nullptr && tree->op == PCOMMA) {
-        if (tree->right == nullptr || !receives_parameter(tree->right)) return false;
-        tree = tree->left;
+void mark_arg_prolog(NODE* first_statement) {
+    NODE* tree = first_statement;
+    for (; tree->op == PCOMMA; tree = tree->left)
+        if (!receives_parameter(tree->right)) return;
+    if (!receives_parameter(tree)) return;
+    for (tree = first_statement; tree->op == PCOMMA; tree = tree->left) {
+        tree->flags |= NF_RECEIVES_PARAMETER;
+        tree->right->flags |= NF_RECEIVES_PARAMETER;
     }
-    return tree != nullptr && receives_parameter(tree);
+    tree->flags |= NF_RECEIVES_PARAMETER;
 }
 
 bool is_comment(const NODE* statement) {

@@ -110,9 +110,13 @@ bool tree_has_side_effects(NODE* tree);
 // Whether the node by itself accesses volatile storage, as far as its types and its symbol tell.
 bool node_is_volatile_access(const NODE* node);
 
-// The statement that receives the parameters: a left-nested PCOMMA chain of assignments of a parameter to
-// itself, or one such assignment. It is never an assignment to be optimised.
-bool tree_is_arg_prolog(NODE* tree);
+// Marks the function's first statement as the one that receives the parameters, if it has that form: a
+// left-nested PCOMMA chain of assignments of a parameter to itself, or one such assignment. By its form alone
+// it could not be told from an assignment that the program makes further on.
+void mark_arg_prolog(NODE* first_statement);
+
+// Whether the tree is the marked statement, or one of the assignments in it. It is never to be optimised.
+inline bool tree_is_arg_prolog(const NODE* tree) { return (tree->flags & NF_RECEIVES_PARAMETER) != 0; }
 
 // Whether the statement is a comment: an ASM that is no assembly text.
 bool is_comment(const NODE* statement);

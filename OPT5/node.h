@@ -28,6 +28,9 @@ struct PRAGMA;
 struct fkMDATA;
 struct simul_fval;
 
+// Bits of NODE::flags.
+constexpr std::uint32_t NF_RECEIVES_PARAMETER = 2; // part of the argument prolog
+
 constexpr std::uint32_t NO_PROFILE = 0xffffffffu; // edge_profile of a node without a count
 
 class NODE final : public BASE_NODE {

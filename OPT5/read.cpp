@@ -4,6 +4,7 @@
 
 #include "bad_input.h"
 #include "bblk.h"
+#include "bbutils.h"
 #include "buildcfg.h"
 #include "copyprop.h"
 #include "debug.h"
@@ -160,6 +161,7 @@ void OPT_CLIENT::cl_begin_func(I_SYMTAB* owner, const PSN* psn) {
     label_numbers_.clear();
     set_here(psn);
     lex_ = 1;
+    is_first_expr_ = true;
     args_ended_ = false;
     LS::open(function); // the file's scope
     LS::open(function);
@@ -201,6 +203,8 @@ void OPT_CLIENT::cl_expr(BASE_NODE* tree, const PSN* psn) {
     set_here(psn);
     LBL* behind = nullptr;
     NODE* statement = expr_cleanup(static_cast<NODE*>(tree), behind);
+    if (is_first_expr_ && currfuninfo->params != nullptr && statement != nullptr) mark_arg_prolog(statement);
+    is_first_expr_ = false;
     if (statement != nullptr) append(statement, psn);
     if (behind != nullptr) append(mk_LABELDEF(behind), nullptr);
 }

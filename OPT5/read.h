@@ -60,6 +60,7 @@ class OPT_CLIENT final : public IF_CLIENT {
     // Of the function being read.
     std::unordered_map<unsigned, FILE_LABEL> labels_; // by number in the file; never walked
     std::vector<unsigned> label_numbers_;             // in order of appearance
+    bool is_first_expr_ = false;                      // no expression of the function has come yet
     int lex_ = 0;                                     // depth of open scopes; 0 outside a function
     bool args_ended_ = false;
     bool has_here_ = false;

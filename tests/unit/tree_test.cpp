@@ -235,12 +235,19 @@ TEST_F(TREE, ArgumentPrologIsToldFromAnAssignment) {
     SYMTAB* q = symbol("q", float_type, SC_REGPARM, 1);
     opt_client.cl_end_args(at(1));
     SYMTAB* v = local("v", int_type);
+    const auto becomes_prolog = [](NODE* first) {
+        mark_arg_prolog(first);
+        return tree_is_arg_prolog(first);
+    };
     NODE* both = tree(PCOMMA, void_type, asg(p, name(p)), asg(q, tree(SCONV, float_type, name(q))));
-    EXPECT_TRUE(tree_is_arg_prolog(asg(p, name(p))));
-    EXPECT_TRUE(tree_is_arg_prolog(both));
-    EXPECT_FALSE(tree_is_arg_prolog(asg(v, name(v))));
-    EXPECT_FALSE(tree_is_arg_prolog(asg(p, name(v))));
-    EXPECT_FALSE(tree_is_arg_prolog(tree(PCOMMA, void_type, asg(v, icon(1)), asg(q, name(q)))));
+    EXPECT_TRUE(becomes_prolog(asg(p, name(p))));
+    EXPECT_TRUE(becomes_prolog(both));
+    EXPECT_TRUE(tree_is_arg_prolog(both->right));
+    EXPECT_FALSE(becomes_prolog(asg(v, name(v))));
+    EXPECT_FALSE(becomes_prolog(asg(p, name(v))));
+    EXPECT_FALSE(becomes_prolog(tree(PCOMMA, void_type, asg(v, icon(1)), asg(q, name(q)))));
+    // The program's own assignment of a parameter to itself.
+    EXPECT_FALSE(tree_is_arg_prolog(asg(p, name(p))));
 }
 
 TEST_F(TREE, InfixTextKeepsTheTreesMeaning) {
