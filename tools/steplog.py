@@ -5,7 +5,9 @@ number (UON), and jumps are shown with it: the number by position, which the deb
 that comes or goes.
 """
 
+import collections
 import difflib
+import itertools
 import re
 from dataclasses import dataclass, field
 
@@ -242,14 +244,45 @@ def compare_blocks(old, new):
             if hidden:
                 rows.append(Row("gap", f"{hidden} statements unchanged"))
         else:
-            both = min(i2 - i1, j2 - j1)
-            for k in range(both):
-                row("pair", i1 + k, j1 + k)
-            for k in range(i1 + both, i2):
-                row("old", k, None)
-            for k in range(j1 + both, j2):
-                row("new", None, k)
+            for i, j in pair_statements(a[i1:i2], b[j1:j2]):
+                kind = "old" if j is None else "new" if i is None else "pair"
+                row(kind, None if i is None else i1 + i, None if j is None else j1 + j)
     return rows
+
+
+def likeness(a, b):
+    """How many words two statements share, from 0 to 1."""
+    return 2 * (a & b).total() / max(a.total() + b.total(), 1)
+
+
+def pair_statements(a, b):
+    """Pairs (i, j) that set two runs of statements side by side, in order: like beside like, None for no partner."""
+    matches = [(len(a), len(b))]
+    if len(a) * len(b) <= 2500:
+        words = [[collections.Counter(WORD.findall(text[:WIDEST])) for text in texts] for texts in (a, b)]
+        # best[i][j]: the greatest sum of likenesses that the rests from i and j on can reach.
+        best = [[0.0] * (len(b) + 1) for _ in range(len(a) + 1)]
+        alike = [[likeness(x, y) for y in words[1]] for x in words[0]]
+        for i in reversed(range(len(a))):
+            for j in reversed(range(len(b))):
+                taken = alike[i][j] + best[i + 1][j + 1] if alike[i][j] >= 0.5 else 0
+                best[i][j] = max(taken, best[i + 1][j], best[i][j + 1])
+        matches, i, j = [], 0, 0
+        while i < len(a) and j < len(b) and best[i][j] > 0:
+            if best[i][j] == best[i + 1][j]:
+                i += 1
+            elif best[i][j] == best[i][j + 1]:
+                j += 1
+            else:
+                matches.append((i, j))
+                i, j = i + 1, j + 1
+        matches.append((len(a), len(b)))
+    i = j = 0
+    for x, y in matches:
+        yield from itertools.zip_longest(range(i, x), range(j, y))
+        if x < len(a):
+            yield x, y
+        i, j = x + 1, y + 1
 
 
 def statement_opcodes(a, b):

@@ -206,6 +206,9 @@ sys.exit("opt5 came to grief")
             ("block", None, "B4"), ("new", "", "new"), ("block", "B1", "B1"), ("pair", "a = 1", "a = 2"),
             ("block", "B2", None), ("old", "gone", ""), ("gap", "1 block unchanged", None)])
         self.assertEqual(next(row for row in rows if row.kind == "pair").new, [("a = ", False), ("2", True)])
+        # Like stands beside like, though it is not the first with the first.
+        old, new = ["*(i * 2 + w) = 0", "b = 1"], ["t = n", "*(t + w) = 0", "q(5)", "c = 1"]
+        self.assertEqual(list(steplog.pair_statements(old, new)), [(None, 0), (0, 1), (None, 2), (1, 3)])
         rows, left_out = steplog.compare_states(before, after, 1)
         self.assertEqual(left_out, 3)
 
