@@ -9,7 +9,8 @@ import tempfile
 import time
 
 FLAGS = ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-         "--disable-background-networking", "--disable-component-update", "--disable-sync", "--remote-debugging-pipe")
+         "--disable-background-networking", "--disable-component-update", "--disable-sync",
+         "--disable-dev-shm-usage", "--remote-debugging-pipe")
 
 
 def is_there():
@@ -19,7 +20,7 @@ def is_there():
 class Browser:
     """One browser with one page. `requests` and `complaints` collect what the page asks for and what goes wrong."""
 
-    def __init__(self, timeout=60):
+    def __init__(self, timeout=120):
         self.timeout = timeout
         self.profile = tempfile.mkdtemp(prefix="show-steps-browser-")
         to_read, self.to_write = os.pipe()  # the browser reads commands from its descriptor 3

@@ -138,6 +138,10 @@ endfunc
                                     (("one.c",), 0, "")):
             run = self.show(*words)
             self.assertEqual((run.returncode, run.stderr), (status, text), words)
+        # A function that nothing calls is dropped at a barrier; the way ends there.
+        (self.dir / "one.c").write_text("static int idle(int a) { return a; }\nint only(int a) { return a; }\n")
+        self.assertRegex(self.show("one.c", "idle", "-o", "idle.html").stdout, r"of 11 steps\n$")
+        self.assertIn('the step "set call-graph order" dropped it', Page((self.dir / "idle.html").read_text()).text)
         self.assertEqual(self.show("two.c", "g").stdout.partition(":")[0], "two.g.html")
 
     def test_forced_order_and_level(self):
