@@ -8,6 +8,7 @@
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
+#include "graphs.h"
 #include "if_client.h"
 #include "pragma.h"
 #include "symbol.h"
@@ -180,6 +181,13 @@ void set_up_and_build_call_graph() {
     }
     order_functions();
     report_uncalled();
+}
+
+void dump_call_graph_debug() {
+    set_up_and_build_call_graph();
+    if (dump_ocg_in_GDL != 0) view_call_graph();
+    for (const FUNINFO* function : fileinfo.ordered)
+        dprintf("%3d: %s\n", function->cg_number, function->name.c_str());
 }
 
 void set_call_graph_order() {

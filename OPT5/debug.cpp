@@ -186,7 +186,7 @@ void set_global_flags(option_obj* options) {
             case 8: program_mode = static_cast<int>(value); break;
             case 11: switches(options, number, "debug"); break;
             case 14: switches(options, number, "disable"); break;
-            case 16: dump_ocg_in_GDL = 1; break;
+            case 16: dump_ocg_in_GDL = static_cast<int>(value); break;
             case 18: dwim_loops = 1; break;
             case 19: switches(options, number, "enable"); break;
             case 20: memory_is_big_endian = value == 8 ? 1 : 0; break;

@@ -8,6 +8,7 @@
 
 #include "bblk.h"
 #include "bbutils.h"
+#include "debug.h"
 #include "fileopt.h"
 #include "files.h"
 #include "fpsmath.h"
@@ -123,6 +124,9 @@ class PRINTER {
                 print_node(item.node, item.context);
             }
         }
+        // Names and the words of pragmas may hold anything; the text stays on one line.
+        for (char& c : out_)
+            if (static_cast<unsigned char>(c) < ' ') c = ' ';
         return std::move(out_);
     }
 
@@ -243,27 +247,34 @@ void PRINTER::print_node(NODE* node, int context) {
     }
 }
 
-void print_edges(const char* what, const EDGE* list) {
-    dprintf("   %s:", what);
-    for (; list != nullptr; list = list->next) dprintf(" BB%d", list->bb->dfn);
-    dprintf("\n");
+void append_edges(std::string& out, const char* what, const EDGE* list) {
+    out += std::string("   ") + what + ":";
+    for (; list != nullptr; list = list->next) out += " BB" + std::to_string(list->bb->dfn);
+    out += '\n';
 }
 
-void print_block(const BBLK* bb, bool types) {
-    dprintf("\n:::: BASIC BLOCK DUMP: %s, UON=%d, DFN=%d\n", currfuninfo->name.c_str(),
-            static_cast<int>(bb->uon()), bb->dfn);
-    dprintf("   uon=%d, dfn=%d\n", static_cast<int>(bb->uon()), bb->dfn);
-    print_edges("predecessors", bb->predecessors);
-    print_edges("successors", bb->successors);
+void append_block(std::string& out, const BBLK* bb, bool types) {
+    const std::string uon = std::to_string(bb->uon()), dfn = std::to_string(bb->dfn);
+    out += "\n:::: BASIC BLOCK DUMP: " + currfuninfo->name + ", UON=" + uon + ", DFN=" + dfn + "\n";
+    out += "   uon=" + uon + ", dfn=" + dfn + "\n";
+    append_edges(out, "predecessors", bb->predecessors);
+    append_edges(out, "successors", bb->successors);
     constexpr int DEEPEST = 8;
     const int level = bb->loop != nullptr ? std::min<int>(bb->loop->level, DEEPEST) : 0;
     for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
-        dprintf("%5u %*s%s;\n", cell->psn != nullptr ? cell->psn->line : 0, 2 * level, "",
-                tree_to_text(cell->first).c_str());
-        if (types && cell->first->type != nullptr)
-            dprintf("\t\t-- %s\n", cell->first->type->printstr().c_str());
+        char line[16];
+        std::snprintf(line, sizeof line, "%5u ", cell->psn != nullptr ? cell->psn->line : 0);
+        out += line;
+        out.append(static_cast<std::size_t>(2 * level), ' ');
+        out += tree_to_text(cell->first) + ";\n";
+        if (types && cell->first->type != nullptr) out += "\t\t-- " + cell->first->type->printstr() + "\n";
     }
 }
+
+// What dump_state has written last, and of which function; it holds nothing once another function, or a
+// barrier, has had its turn.
+std::string last_state;
+const FUNINFO* last_function = nullptr;
 
 } // namespace
 
@@ -271,8 +282,37 @@ std::string tree_to_text(NODE* tree) { return PRINTER().print(tree); }
 
 void prbbinfix(int first, int last, int types) {
     if (print_debug == 0 || currfuninfo == nullptr) return;
+    // Written at once, as each call of dprintf flushes.
+    std::string text;
     for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        if ((first == 0 || bb->dfn >= first) && (last == 0 || bb->dfn <= last)) print_block(bb, types != 0);
+        if ((first == 0 || bb->dfn >= first) && (last == 0 || bb->dfn <= last))
+            append_block(text, bb, types != 0);
+    dprintf("%s", text.c_str());
+}
+
+void dump_state(STATE_TIME when) {
+    constexpr const char* names[] = {"BEFORE", "AFTER", "AS WRITTEN"};
+    if (print_debug == 0) return;
+    if (currfuninfo == nullptr || currfuninfo->bb_list == nullptr) {
+        last_function = nullptr;
+        return;
+    }
+    if (pass_debug("dump_changes") == 0) {
+        prbbinfix(0, 0, 0);
+        return;
+    }
+    if (when == STATE_BEFORE && last_function == currfuninfo) return;
+    std::string text;
+    text.reserve(last_state.size() + 256);
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) append_block(text, bb, false);
+    if (last_function == currfuninfo && text == last_state) return;
+    int blocks = 0, operators = 0;
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next, blocks++)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+            operators += count_nodes_in_tree(cell->first);
+    dprintf("\n<<<< STATE %s: %d blocks, %d operators\n%s", names[when], blocks, operators, text.c_str());
+    last_function = currfuninfo;
+    last_state = std::move(text);
 }
 
 void dump_function_header() {

@@ -16,6 +16,14 @@ std::string tree_to_text(NODE* tree);
 // value. Nothing without debugging.
 void prbbinfix(int first, int last, int types);
 
+// The same of the whole of currfuninfo, if it has blocks. With the switch debug:dump_changes the blocks are
+// written only if they differ from those written last, behind a line "<<<< STATE when: 2 blocks, 9
+// operators".
+// A state "before" a step that follows another one of the same function is never written then: nothing has
+// happened between.
+enum STATE_TIME { STATE_BEFORE, STATE_AFTER, STATE_AS_WRITTEN };
+void dump_state(STATE_TIME when);
+
 // Announces the current function in the debug file: name, source file and line. Nothing without debugging.
 void dump_function_header();
 

@@ -186,6 +186,8 @@ void set_up_and_build_call_graph();
 void dump_FUNINFO(const FUNINFO* function, const char* heading);
 // The end of a run: decides the retention of every global and writes the initialisers.
 void closing_run_over_globals();
+// Step 7: lists the ordered functions in the debug file, and draws the graph if the driver's option asks.
+void dump_call_graph_debug();
 // Step 10: orders `functions` by the call graph and drops the ones that need no code.
 void set_call_graph_order();
 

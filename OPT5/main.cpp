@@ -71,6 +71,7 @@ void run_function_phase(SYMTAB* function) {
         step->run();
         steps_table.pop(function);
     }
+    if (announced) dprintf("\n==== END OF PHASE OF FUNCTION %s\n", function->name);
     // At a barrier the function's own log is closed, as there may be more functions than files can be open.
     if (announced) end_function_log();
     currfuninfo = nullptr;

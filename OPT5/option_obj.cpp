@@ -10,7 +10,7 @@
 
 namespace {
 
-enum FORM { FLAG, NUMBER, NUMBER_OPT, TEXT, LIST, CHOICE };
+enum FORM { FLAG, NUMBER, NUMBER_OPT, TEXT, LIST, CHOICE, CHOICE_OPT };
 
 struct OPTION_ROW {
     int number;
@@ -51,6 +51,15 @@ const OPTION_ROW* find_row(int number) {
     for (const OPTION_ROW& row : option_rows)
         if (row.number == number) return &row;
     return nullptr;
+}
+
+bool is_choice(const OPTION_ROW& row) { return row.form == CHOICE || row.form == CHOICE_OPT; }
+
+// The word that a CHOICE_OPT has when none is given.
+const char* first_value(int option) {
+    for (const VALUE_ROW& row : value_rows)
+        if (row.option == option) return row.word;
+    return "";
 }
 
 const VALUE_ROW* find_value(int option, std::string_view word) {
@@ -106,7 +115,7 @@ void option_obj::process_option(const char* word, int source) {
     const std::string name = std::string("--") + row->name;
     bool has_value = equals != std::string::npos;
     std::string value = has_value ? text.substr(equals + 1) : "";
-    if (!has_value && row->form != FLAG && row->form != NUMBER_OPT) {
+    if (!has_value && row->form != FLAG && row->form != NUMBER_OPT && row->form != CHOICE_OPT) {
         const char* next = source == 0 && next_arg != nullptr ? next_arg() : nullptr;
         if (next == nullptr) bad_option("option \"" + name + "\" needs a value", source);
         value = next;
@@ -123,6 +132,9 @@ void option_obj::process_option(const char* word, int source) {
             if (!is_number(value))
                 bad_option("bad value \"" + value + "\" of option \"" + name + "\"", source);
             break;
+        case CHOICE_OPT:
+            if (!has_value) value = first_value(row->number);
+            [[fallthrough]];
         case CHOICE:
             if (find_value(row->number, value) == nullptr)
                 bad_option("bad value \"" + value + "\" of option \"" + name + "\"", source);
@@ -173,7 +185,7 @@ long option_obj::getnumarg(int number, int index) const {
     const char* text = getstrarg(number, index);
     if (text == nullptr) return 0;
     const OPTION_ROW* row = find_row(number);
-    if (row != nullptr && row->form == CHOICE) {
+    if (row != nullptr && is_choice(*row)) {
         const VALUE_ROW* value = find_value(number, text);
         return value == nullptr ? 0 : value->id;
     }
@@ -213,8 +225,9 @@ void option_obj::print_help(std::FILE* stream) {
             case NUMBER_OPT: left += "[=N]"; break;
             case TEXT: left += "=TEXT"; break;
             case LIST: left += "=NAME,.."; break;
-            case CHOICE: {
-                left += "=";
+            case CHOICE:
+            case CHOICE_OPT: {
+                left += row.form == CHOICE ? "=" : "[=";
                 const char* bar = "";
                 for (const VALUE_ROW& value : value_rows)
                     if (value.option == row.number) {
@@ -222,6 +235,7 @@ void option_obj::print_help(std::FILE* stream) {
                         left += value.word;
                         bar = "|";
                     }
+                if (row.form == CHOICE_OPT) left += "]";
                 break;
             }
         }

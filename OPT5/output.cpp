@@ -17,9 +17,11 @@
 #include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
+#include "dump.h"
 #include "erase.h"
 #include "fileopt.h"
 #include "files.h"
+#include "graphs.h"
 #include "node.h"
 #include "rotate_loops.h"
 #include "simpcfg.h"
@@ -103,6 +105,8 @@ void output_function() {
         for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
             for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
                 insert_mandatory_casts_in_tree(cell->first);
+        dump_state(STATE_AS_WRITTEN);
+        write_function_graphs();
         write_func_body();
     }
     currfuninfo->flags |= FUN_is_processed;

@@ -57,13 +57,13 @@ void pass::run() {
         return;
     }
     dprintf("\n\n\t\t\t---------- ENTERING step %d '%s' ----------\n", number, name.c_str());
-    if (print_debug && currfuninfo != nullptr && currfuninfo->bb_list != nullptr) prbbinfix(0, 0, 0);
+    dump_state(STATE_BEFORE);
     // clock() is a system call that costs more than an empty step, so only a debug run takes the time.
     const std::clock_t start = print_debug ? std::clock() : 0;
     fn();
     if (print_debug) dprintf("(%.1f sec for pass.)\n", static_cast<double>(std::clock() - start) / 1e6);
     dprintf("\n\n\n\t\t\t---------- EXITING step %d '%s' ----------\n", number, name.c_str());
-    if (print_debug && currfuninfo != nullptr && currfuninfo->bb_list != nullptr) prbbinfix(0, 0, 0);
+    dump_state(STATE_AFTER);
     if (pass_debug("verify_each")) verify_after(*this);
 }
 

@@ -8,6 +8,7 @@ import errno
 import os
 import pathlib
 import resource
+import shutil
 import signal
 import stat
 import subprocess
@@ -321,6 +322,32 @@ class DriverTest(unittest.TestCase):
         text = self.dis("g.opt")
         self.assertIn('symbol "g"', text)
         self.assertIn(" 5)", text)
+
+    # --- Graphs.
+
+    def test_graphs_stand_beside_the_output_and_leave_it_as_it_is(self):
+        self.opt5("a.ic", "o.ic")
+        plain = self.dis("o.ic").partition("\nfunc")  # ahead of it stands the command line
+        self.assertEqual(self.opt5("--debug=flow_graph=2,expr_graph", "--dump_call_graph", "a.ic", "o.ic").returncode, 0)
+        self.assertEqual(self.dis("o.ic").partition("\nfunc")[2], plain[2])
+        self.assertEqual(self.files(), ["a.ic", "o.calls.gdl", "o.helper.expr.gdl", "o.helper.flow.dot", "o.ic",
+                                        "o.main.expr.gdl", "o.main.flow.dot"])
+        self.assertEqual(self.opt5("--debug=flow_graph,expr_graph=2", "--dump_call_graph=dot", "a.ic", "o.ic").returncode, 0)
+        for name in ("o.calls.dot", "o.main.flow.dot", "o.main.expr.dot"):
+            if shutil.which("dot"):
+                subprocess.run(["dot", "-Tplain", self.dir / name], check=True, capture_output=True)
+        self.assertIn("-> n", (self.dir / "o.calls.dot").read_text())
+        self.assertIn("return 7", (self.dir / "o.helper.flow.gdl").read_text())
+
+    def test_graph_that_cannot_be_written(self):
+        (self.dir / "o.main.flow.gdl").mkdir()
+        os.symlink("/dev/full", self.dir / "o.calls.gdl")
+        for word, why in (("--debug=flow_graph", "o.main.flow.gdl: Is a directory"),
+                          ("--dump_call_graph", "o.calls.gdl: No space left on device")):
+            run = self.opt5(word, "a.ic", "o.ic")
+            self.assertEqual((run.returncode, run.stderr), (1, f"opt5: cannot write graph {why}\n"))
+            self.assertNotIn("o.ic", self.files())
+        self.assertEqual(self.opt5("--dump_call_graph=png", "a.ic", "o.ic").returncode, 1)
 
     # --- Bad ends.
 
