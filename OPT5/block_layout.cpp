@@ -166,7 +166,10 @@ double TRACE_LAYOUT::weight(const BBLK* from, const BBLK* to) const {
     const double taken = prediction_.frequency(from, to);
     switch (last_statement(from)->op) {
         case BRANCH: return (1 + JUMP) * taken;
-        case IF: return JUMP * taken + std::min(taken, prediction_.frequency(from) - taken);
+        case IF:
+            // At the end of a loop, what follows the loop saves the operator as well.
+            if (loops_.is_back_edge(from, to)) return JUMP * taken;
+            return JUMP * taken + std::min(taken, prediction_.frequency(from) - taken);
         default: return 0; // a SWITCH and a RETURN have no fall through
     }
 }

@@ -2,8 +2,8 @@
 //
 // Trees: they get the form that suits the code generator, with every conversion that the file asks for;
 // locals of the outermost scope that no tree names any more lose their symbol; assignments to locals that
-// nobody reads go. Requires edges and blocks;
-// behind it the body is gone. Linear in the function.
+// nobody reads go. Blocks get the order in which they are written. Requires edges and blocks; behind it the
+// body is gone. Near linear in the function.
 
 #include "output.h"
 
