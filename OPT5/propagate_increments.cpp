@@ -58,7 +58,8 @@ struct EVENT {
         OLD_VALUE, // x++ as a value
         NEW_VALUE, // ++x as a value
         END,       // anything else
-        DEAD_END   // a new value
+        DEAD_END,  // a new value
+        GONE       // a use that the variable it was copied from has taken over
     };
     KIND kind;
     int cost = 0;     // USE: of an offset
@@ -331,13 +332,18 @@ PLAN plan_run(const std::vector<EVENT>& run, bool is_dead) {
 //
 // t = p; p += 1; *t = 0 becomes *p = 0; p += 1: uses of the copy are uses of the variable as it was.
 
+std::size_t event_of_statement(const std::vector<EVENT>& events, int statement) {
+    const auto first = std::lower_bound(events.begin(), events.end(), statement,
+                                        [](const EVENT& event, int at) { return event.statement < at; });
+    return static_cast<std::size_t>(first - events.begin());
+}
+
 // The uses of the copy, if all of them stand in the run and can take the variable's place.
 bool INCREMENTS::uses_of_copy(const BBLK* bb, const EVENT& copy, const std::vector<EVENT>& run,
                               std::vector<EVENT>& uses) const {
     const std::vector<EVENT>& all = events_[static_cast<std::size_t>(copy.copy_to)];
-    std::size_t i = 0;
-    while (i < all.size() && all[i].cell != copy.cell) i++;
-    if (i == all.size() || all[i].kind != EVENT::DEAD_END) return false;
+    std::size_t i = event_of_statement(all, copy.statement);
+    if (i == all.size() || all[i].cell != copy.cell || all[i].kind != EVENT::DEAD_END) return false;
     for (i++; i < all.size() && all[i].kind == EVENT::USE; i++) {
         uses.push_back(all[i]);
         uses.back().value = copy.sum;
@@ -359,9 +365,8 @@ bool INCREMENTS::uses_of_copy(const BBLK* bb, const EVENT& copy, const std::vect
 // Takes the copy out of the block.
 void INCREMENTS::take_over(const EVENT& copy, const std::vector<EVENT>& uses) {
     std::vector<EVENT>& all = events_[static_cast<std::size_t>(copy.copy_to)];
-    const auto start =
-        std::find_if(all.begin(), all.end(), [&copy](const EVENT& event) { return event.cell == copy.cell; });
-    all.erase(start, start + 1 + static_cast<std::ptrdiff_t>(uses.size()));
+    const std::size_t first = event_of_statement(all, copy.statement) + 1;
+    for (std::size_t i = first; i < first + uses.size(); i++) all[i].kind = EVENT::GONE;
     copy.cell->first = erase_tree(copy.cell->first);
     note_changed(copy.cell);
 }
@@ -494,6 +499,7 @@ void INCREMENTS::run_variable(const BBLK* bb, int number) {
     listed.clear();
     std::vector<EVENT> run;
     for (const EVENT& event : events) {
+        if (event.kind == EVENT::GONE) continue;
         if (event.kind != EVENT::END && event.kind != EVENT::DEAD_END) {
             run.push_back(event);
             continue;
