@@ -28,7 +28,7 @@ class LIVENESS {
     // Calls `visit` with the number of every symbol that is live at the block's end, once. The flow must be
     // known.
     template <class VISIT> void for_each_live_out(const BBLK* bb, VISIT visit) const {
-        const std::uint64_t* words = &live_out_[row(bb)];
+        const std::uint64_t* words = live_out_.data() + row(bb);
         for (std::size_t i = 0; i < words_; i++)
             for (std::uint64_t rest = words[i]; rest != 0; rest &= rest - 1)
                 visit(symbol_of_bit_[i * 64 + static_cast<std::size_t>(__builtin_ctzll(rest))]);
