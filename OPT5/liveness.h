@@ -39,9 +39,9 @@ class LIVENESS {
     std::size_t row(const BBLK* bb) const;
     bool is_live(const ROWS& rows, const BBLK* bb, int number) const;
     template <class VISIT> void for_each(const ROWS& rows, const BBLK* bb, VISIT visit) const {
-        const std::size_t first = row(bb);
+        const std::uint64_t* words = rows.data() + row(bb);
         for (std::size_t i = 0; i < words_; i++)
-            for (std::uint64_t rest = rows[first + i]; rest != 0; rest &= rest - 1)
+            for (std::uint64_t rest = words[i]; rest != 0; rest &= rest - 1)
                 visit(symbol_of_bit_[i * 64 + static_cast<std::size_t>(__builtin_ctzll(rest))]);
     }
     void number_bits();

@@ -47,6 +47,9 @@ namespace {
 
 // How many increments may be pending at a time.
 constexpr std::size_t MOST_PENDING = 32;
+// How many copies of a variable are looked at in one run.
+constexpr int MOST_COPIES = 8;
+constexpr int NEVER = std::numeric_limits<int>::max() / 2;
 
 struct EVENT {
     enum KIND : std::uint8_t {
@@ -55,14 +58,18 @@ struct EVENT {
         OLD_VALUE, // x++ as a value
         NEW_VALUE, // ++x as a value
         END,       // anything else
-        DEAD_END   // a new value
+        DEAD_END,  // a new value
+        GONE       // a use that the variable it was copied from has taken over
     };
     KIND kind;
-    int cost = 0; // USE: of an offset
+    int cost = 0;     // USE: of an offset
+    int copy_to = -1; // USE: the variable that the statement copies the value to
+    int statement = 0;
     LIST* cell = nullptr;
     NODE* node = nullptr; // the NAME or the increment
     std::int64_t step = 0;
-    std::int64_t sum = 0; // S behind it, within the run
+    std::int64_t sum = 0;   // S behind it, within the run
+    std::int64_t value = 0; // USE: S when the value was taken
 };
 
 bool is_step(const EVENT& event) {
@@ -79,12 +86,14 @@ class INCREMENTS {
     void list_statement(LIST* cell);
     void list_variable(LIST* cell, std::size_t first, std::size_t last);
     int cost_of_offset(NODE* name) const;
+    int copied_to(const NODE* root, const NODE* name) const;
     NODE* parent_of(const NODE* node) const { return parents_[node->scratch[0]]; }
-    void run_variable(BBLK* bb, int number);
-    void run_events(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
-                    bool is_dead);
-    void rewrite(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
-                 const std::vector<std::size_t>& carried_out);
+    void run_variable(const BBLK* bb, int number);
+    void run_events(const BBLK* bb, SYMTAB* symbol, std::vector<EVENT>& run, bool is_dead);
+    bool uses_of_copy(const BBLK* bb, const EVENT& copy, const std::vector<EVENT>& run,
+                      std::vector<EVENT>& uses) const;
+    void take_over(const EVENT& copy, const std::vector<EVENT>& uses);
+    void rewrite(SYMTAB* symbol, const std::vector<EVENT>& run, const std::vector<std::size_t>& carried_out);
     void note_changed(LIST* cell) { changed_.push_back(cell); }
 
     const PRIVATE_SYMBOLS& symbols_;
@@ -98,6 +107,7 @@ class INCREMENTS {
     // Of the statement in work.
     std::vector<ACCESS> accesses_;
     std::vector<NODE*> parents_;
+    int statement_ = 0;
 };
 
 // --- Listing.
@@ -153,6 +163,18 @@ int INCREMENTS::cost_of_offset(NODE* name) const {
     return 1;
 }
 
+// The variable to which the statement copies the named one; -1 if it does something else.
+int INCREMENTS::copied_to(const NODE* root, const NODE* name) const {
+    if (root->op != ASG || root->right != name || root->left->op != NAME) return -1;
+    const SYMTAB* target = root->left->symbol();
+    if (!is_counted(target) || target == name->symbol()) return -1;
+    TYPE* type = name->symbol()->type;
+    const bool same = same_representation(target->type, type) &&
+                      same_representation(root->left->type->normalized(), type) &&
+                      same_representation(name->type->normalized(), type);
+    return same ? symbols_.number_of(target) : -1;
+}
+
 // The accesses [first, last) are those of one variable in the statement.
 void INCREMENTS::list_variable(LIST* cell, std::size_t first, std::size_t last) {
     NODE* root = cell->first;
@@ -173,11 +195,13 @@ void INCREMENTS::list_variable(LIST* cell, std::size_t first, std::size_t last) 
     }
     EVENT event{EVENT::END};
     event.cell = cell;
+    event.statement = statement_;
     if (write == nullptr) {
         event.kind = EVENT::USE;
         for (std::size_t i = first; i < last; i++) {
             event.node = accesses_[i].name;
             event.cost = cost_of_offset(event.node);
+            event.copy_to = copied_to(root, event.node);
             events.push_back(event);
         }
         return;
@@ -240,71 +264,160 @@ int cost_as_is(const EVENT& event) {
     }
 }
 
-// What its value costs while `pending` is not carried out; of a step, before it takes place.
-int cost_of_value(const EVENT& event, std::int64_t pending) {
+// What its value costs while the register holds the value at the sum `held`.
+int cost_of_value(const EVENT& event, std::int64_t held) {
     switch (event.kind) {
-        case EVENT::USE: return pending != 0 ? event.cost : 0;
-        case EVENT::OLD_VALUE: return pending != 0 ? 1 : 0;
-        case EVENT::NEW_VALUE: return pending + event.step != 0 ? 1 : 0;
+        case EVENT::USE: return event.value != held ? event.cost : 0;
+        case EVENT::OLD_VALUE: return event.sum - event.step != held ? 1 : 0;
+        case EVENT::NEW_VALUE: return event.sum != held ? 1 : 0;
         default: return 0;
     }
 }
 
 // What the step costs when all that is pending is carried out there.
-int cost_of_carrying_out(const EVENT& event, std::int64_t pending) {
-    const int change = pending + event.step != 0 ? 1 : 0;
-    return event.kind == EVENT::OLD_VALUE ? cost_of_value(event, pending) + change : change;
+int cost_of_carrying_out(const EVENT& event, std::int64_t held) {
+    const int change = event.sum != held ? 1 : 0;
+    return event.kind == EVENT::OLD_VALUE ? cost_of_value(event, held) + change : change;
 }
 
-// One run of uses and steps. Its value is not needed behind it if `is_dead`.
-void INCREMENTS::run_events(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
-                            bool is_dead) {
-    std::vector<std::size_t> stops; // the run's start, then its steps
-    stops.push_back(first);
+// What to do with a run, and what that costs.
+struct PLAN {
     int as_is = 0;
-    std::int64_t sum = 0;
-    for (std::size_t i = first; i < last; i++) {
-        sum += events[i].step;
-        events[i].sum = sum;
-        as_is += cost_as_is(events[i]);
-        if (is_step(events[i])) stops.push_back(i);
+    int cost = NEVER;
+    std::vector<std::size_t> carried_out; // the steps, by their places in the run
+};
+
+// The value is not needed behind the run if `is_dead`.
+PLAN plan_run(const std::vector<EVENT>& run, bool is_dead) {
+    PLAN plan;
+    std::vector<std::size_t> stops{0}; // the start, then the steps
+    for (std::size_t i = 0; i < run.size(); i++) {
+        plan.as_is += cost_as_is(run[i]);
+        if (is_step(run[i])) stops.push_back(i);
     }
-    if (stops.size() == 1) return;
-    constexpr int NEVER = std::numeric_limits<int>::max() / 2;
+    if (stops.size() == 1) return plan;
     std::vector<int> best(stops.size(), NEVER);
     std::vector<std::size_t> from(stops.size(), 0);
     best[0] = 0;
-    int best_end = NEVER;
     std::size_t last_stop = 0;
     for (std::size_t stop = 0; stop < stops.size(); stop++) {
         if (best[stop] >= NEVER) continue;
-        const std::int64_t held = stop == 0 ? 0 : events[stops[stop]].sum;
+        const std::int64_t held = stop == 0 ? 0 : run[stops[stop]].sum;
         int cost = best[stop];
         std::size_t next = stop + 1;
-        std::size_t i = stop == 0 ? first : stops[stop] + 1;
-        for (; i < last && next - stop <= MOST_PENDING; i++) {
-            const EVENT& event = events[i];
-            const std::int64_t pending = event.sum - event.step - held;
+        std::size_t i = stop == 0 ? 0 : stops[stop] + 1;
+        for (; i < run.size() && next - stop <= MOST_PENDING; i++) {
+            const EVENT& event = run[i];
             if (is_step(event)) {
-                const int carried = cost + cost_of_carrying_out(event, pending);
+                const int carried = cost + cost_of_carrying_out(event, held);
                 if (carried < best[next]) {
                     best[next] = carried;
                     from[next] = stop;
                 }
                 next++;
             }
-            cost += cost_of_value(event, pending);
+            cost += cost_of_value(event, held);
         }
-        if (i == last && (is_dead || held == sum) && cost < best_end) {
-            best_end = cost;
+        if (i == run.size() && (is_dead || held == run.back().sum) && cost < plan.cost) {
+            plan.cost = cost;
             last_stop = stop;
         }
     }
-    if (best_end >= as_is) return;
-    std::vector<std::size_t> carried_out;
-    for (; last_stop != 0; last_stop = from[last_stop]) carried_out.push_back(stops[last_stop]);
-    std::reverse(carried_out.begin(), carried_out.end());
-    rewrite(symbol, events, first, last, carried_out);
+    for (; last_stop != 0; last_stop = from[last_stop]) plan.carried_out.push_back(stops[last_stop]);
+    std::reverse(plan.carried_out.begin(), plan.carried_out.end());
+    return plan;
+}
+
+// --- Copies.
+//
+// t = p; p += 1; *t = 0 becomes *p = 0; p += 1: uses of the copy are uses of the variable as it was.
+
+std::size_t event_of_statement(const std::vector<EVENT>& events, int statement) {
+    const auto first = std::lower_bound(events.begin(), events.end(), statement,
+                                        [](const EVENT& event, int at) { return event.statement < at; });
+    return static_cast<std::size_t>(first - events.begin());
+}
+
+// The uses of the copy, if all of them stand in the run and can take the variable's place.
+bool INCREMENTS::uses_of_copy(const BBLK* bb, const EVENT& copy, const std::vector<EVENT>& run,
+                              std::vector<EVENT>& uses) const {
+    const std::vector<EVENT>& all = events_[static_cast<std::size_t>(copy.copy_to)];
+    std::size_t i = event_of_statement(all, copy.statement);
+    if (i == all.size() || all[i].cell != copy.cell || all[i].kind != EVENT::DEAD_END) return false;
+    for (i++; i < all.size() && all[i].kind == EVENT::USE; i++) {
+        uses.push_back(all[i]);
+        uses.back().value = copy.sum;
+        uses.back().copy_to = -1;
+    }
+    const bool is_dead =
+        i < all.size() ? all[i].kind == EVENT::DEAD_END : !liveness_.is_live_out(bb, copy.copy_to);
+    if (!is_dead || uses.empty() || uses.back().statement > run.back().statement) return false;
+    // A step inside of a statement stays alone with the variable there.
+    auto step = run.begin();
+    for (const EVENT& use : uses) {
+        while (step != run.end() && step->statement < use.statement) ++step;
+        for (auto same = step; same != run.end() && same->statement == use.statement; ++same)
+            if (is_step(*same)) return false;
+    }
+    return true;
+}
+
+// Takes the copy out of the block.
+void INCREMENTS::take_over(const EVENT& copy, const std::vector<EVENT>& uses) {
+    std::vector<EVENT>& all = events_[static_cast<std::size_t>(copy.copy_to)];
+    const std::size_t first = event_of_statement(all, copy.statement) + 1;
+    for (std::size_t i = first; i < first + uses.size(); i++) all[i].kind = EVENT::GONE;
+    copy.cell->first = erase_tree(copy.cell->first);
+    note_changed(copy.cell);
+}
+
+// The run with the uses instead of the copy.
+std::vector<EVENT> merge_uses(const std::vector<EVENT>& run, std::size_t copy,
+                              const std::vector<EVENT>& uses) {
+    std::vector<EVENT> merged;
+    std::size_t next = 0;
+    std::int64_t sum = 0;
+    for (std::size_t i = 0; i <= run.size(); i++) {
+        while (next < uses.size() && (i == run.size() || uses[next].statement < run[i].statement)) {
+            merged.push_back(uses[next++]);
+            merged.back().sum = sum;
+        }
+        if (i == run.size() || i == copy) continue;
+        merged.push_back(run[i]);
+        sum = run[i].sum;
+    }
+    return merged;
+}
+
+void INCREMENTS::run_events(const BBLK* bb, SYMTAB* symbol, std::vector<EVENT>& run, bool is_dead) {
+    std::int64_t sum = 0;
+    for (EVENT& event : run) {
+        sum += event.step;
+        event.sum = event.value = sum;
+    }
+    PLAN plan = plan_run(run, is_dead);
+    bool takes_over = false;
+    int copies = 0;
+    for (std::size_t i = 0; i < run.size() && copies < MOST_COPIES;) {
+        std::vector<EVENT> uses;
+        if (run[i].kind == EVENT::USE && run[i].copy_to >= 0) {
+            copies++;
+            if (uses_of_copy(bb, run[i], run, uses)) {
+                std::vector<EVENT> merged = merge_uses(run, i, uses);
+                PLAN other = plan_run(merged, is_dead);
+                // The copy itself is an operator, with an offset or without.
+                if (other.cost < (takes_over ? plan.cost : std::min(plan.cost, plan.as_is)) + 1) {
+                    take_over(run[i], uses);
+                    run = std::move(merged);
+                    plan = std::move(other);
+                    takes_over = true;
+                    continue; // another event has this place now
+                }
+            }
+        }
+        i++;
+    }
+    if (takes_over || plan.cost < plan.as_is) rewrite(symbol, run, plan.carried_out);
 }
 
 // --- Rewriting.
@@ -335,21 +448,20 @@ void overwrite(NODE* node, NODE* value) {
     erase_node(value);
 }
 
-void INCREMENTS::rewrite(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t first, std::size_t last,
+void INCREMENTS::rewrite(SYMTAB* symbol, const std::vector<EVENT>& run,
                          const std::vector<std::size_t>& carried_out) {
     if (print_debug != 0) dprintf("\n\tJoining increments of %s\n", symbol->name);
     std::int64_t held = 0;
     auto next = carried_out.begin();
-    for (std::size_t i = first; i < last; i++) {
-        const EVENT& event = events[i];
+    for (std::size_t i = 0; i < run.size(); i++) {
+        const EVENT& event = run[i];
         const bool is_carried_out = next != carried_out.end() && *next == i;
-        const std::int64_t pending = event.sum - event.step - held;
         const std::int64_t change = event.sum - held;
         NODE* node = event.node;
         switch (event.kind) {
             case EVENT::USE:
-                if (pending == 0) break;
-                overwrite(node, value_with_offset(symbol, pending, node->type));
+                if (event.value == held && node->symbol() == symbol) break;
+                overwrite(node, value_with_offset(symbol, event.value - held, node->type));
                 note_changed(event.cell);
                 break;
             case EVENT::STEP:
@@ -358,7 +470,7 @@ void INCREMENTS::rewrite(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t
                 note_changed(event.cell);
                 break;
             case EVENT::OLD_VALUE:
-                overwrite(node, value_with_offset(symbol, pending, node->type));
+                overwrite(node, value_with_offset(symbol, change - event.step, node->type));
                 note_changed(event.cell);
                 if (!is_carried_out || change == 0) break;
                 behind_.push_back(mkelist(step_statement(symbol, change), nullptr, event.cell->psn));
@@ -380,23 +492,28 @@ void INCREMENTS::rewrite(SYMTAB* symbol, std::vector<EVENT>& events, std::size_t
     }
 }
 
-void INCREMENTS::run_variable(BBLK* bb, int number) {
-    std::vector<EVENT>& events = events_[static_cast<std::size_t>(number)];
-    SYMTAB* symbol = symbols_.symbol(number);
-    std::size_t first = 0;
-    for (std::size_t i = 0; i <= events.size(); i++) {
-        const bool is_end = i == events.size();
-        if (!is_end && events[i].kind != EVENT::END && events[i].kind != EVENT::DEAD_END) continue;
-        const bool is_dead = is_end ? !liveness_.is_live_out(bb, number) : events[i].kind == EVENT::DEAD_END;
-        run_events(symbol, events, first, i, is_dead);
-        first = i + 1;
+void INCREMENTS::run_variable(const BBLK* bb, int number) {
+    std::vector<EVENT>& listed = events_[static_cast<std::size_t>(number)];
+    if (std::none_of(listed.begin(), listed.end(), is_step)) return; // may still be another one's copy
+    const std::vector<EVENT> events = std::move(listed);
+    listed.clear();
+    std::vector<EVENT> run;
+    for (const EVENT& event : events) {
+        if (event.kind == EVENT::GONE) continue;
+        if (event.kind != EVENT::END && event.kind != EVENT::DEAD_END) {
+            run.push_back(event);
+            continue;
+        }
+        run_events(bb, symbols_.symbol(number), run, event.kind == EVENT::DEAD_END);
+        run.clear();
     }
-    events.clear();
+    run_events(bb, symbols_.symbol(number), run, !liveness_.is_live_out(bb, number));
 }
 
 void INCREMENTS::run_block(BBLK* bb) {
-    for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) list_statement(cell);
+    for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next, statement_++) list_statement(cell);
     for (int number : touched_) run_variable(bb, number);
+    for (int number : touched_) events_[static_cast<std::size_t>(number)].clear();
     touched_.clear();
     if (changed_.empty()) return;
     for (std::size_t i = 0; i < behind_.size(); i++) {

@@ -199,6 +199,8 @@ class PART_LIVENESS {
 PART_LIVENESS::PART_LIVENESS(const PIECES& pieces) : pieces_(pieces), words_(pieces.words()) {
     renumber_bblocks();
     knows_blocks_ = words_ * (static_cast<std::size_t>(currfuninfo->bb_count) + 1) <= MOST_WORDS;
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        if (bb->is_kept) knows_blocks_ = false; // it is entered without an edge
     if (knows_blocks_) solve();
 }
 
