@@ -27,7 +27,8 @@ void BLOCK_EFFECTS::note(const NODE* node, TREE_CHANGES& changes) const {
         case MEMCPY: changes.memory = true; break;
         case ASM: changes.all = changes.all || !is_comment(node); break;
         case MCALL:
-        case UMCALL: // what its ARGREFs name is not private
+        case UMCALL:
+        case ARGREF: // of any call; what it names is not private
             changes.memory = true;
             break;
         default: break;

@@ -159,7 +159,13 @@ TEST_F(CROSS_JUMP, ATestThatMayHaveAnotherOutcomeStays) {
     SYMTAB* p = local("p", pointer);
     SYMTAB* v = local("v", tp->mk_qual(int_type, QUAL_VOLATILE));
     SYMTAB* exposed = local("exposed", int_type);
+    SYMTAB* referred = local("referred", int_type);
     const auto load = [&] { return tree(UMULT, int_type, name(p)); };
+    const auto intrinsic = [&] {
+        NODE* result = tree(ICALL, int_type, tree(ARGREF, int_type, name(referred)));
+        result->mk_icall("_step");
+        return asg(y, result);
+    };
     const auto store = [&] { return tree(ASG, int_type, load(), icon(1)); };
     const struct {
         const char* why;
@@ -175,6 +181,7 @@ TEST_F(CROSS_JUMP, ATestThatMayHaveAnotherOutcomeStays) {
          [&] { return asg(p, tree(PLUS, pointer, name(p), icon(1, pointer))); }},
         {"an address taken", [&] { return name(exposed); }, [&] { return asg(p, address(exposed)); }},
         {"an address taken and used", [&] { return name(exposed); }, store},
+        {"an argument that an intrinsic sets", [&] { return name(referred); }, intrinsic},
         {"nothing known", [&] { return compare(LT, name(x), icon(5)); }, [&] { return inc(y); }},
     };
     int forks = 0;
