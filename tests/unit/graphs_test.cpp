@@ -60,7 +60,8 @@ class GRAPHS : public CLEANED_GRAPH {
 TEST_F(GRAPHS, FlowGraphMarksBackEdgesAndKnownProbabilities) {
     loop();
     BBLK* head = block(2);
-    ASSERT_TRUE(head != nullptr && head->successors != nullptr && head->successors->next != nullptr) << graph();
+    ASSERT_TRUE(head != nullptr && head->successors != nullptr && head->successors->next != nullptr)
+        << graph();
     BBLK* body = block(3);
     for (EDGE* edge = head->successors; edge != nullptr; edge = edge->next)
         edge->freq = edge->bb == body ? 0.875 : 0.125;
@@ -148,8 +149,9 @@ TEST_F(GRAPHS, CallGraphHasTheOrderTheCountsAndTheWaysBack) {
     const std::string dot = text();
     const auto number = [&](const char* name) {
         const std::size_t at = dot.find("[label=\"" + std::string(name) + "\\l");
-        return at == std::string::npos ? "missing " + std::string(name)
-                                       : dot.substr(dot.rfind(' ', at - 2) + 1, at - 2 - dot.rfind(' ', at - 2));
+        return at == std::string::npos
+                   ? "missing " + std::string(name)
+                   : dot.substr(dot.rfind(' ', at - 2) + 1, at - 2 - dot.rfind(' ', at - 2));
     };
     const std::string start = number("start"), e = number("even"), o = number("odd");
     EXPECT_TRUE(holds(dot, ("  " + start + " -> " + e + " [label=\"2\"]\n").c_str())) << dot;
