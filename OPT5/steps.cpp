@@ -171,7 +171,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {77, "late LIR", false, ANY_LEVEL, nullptr, NOT_BUILT},
     // Made by the driver behind every list: writing is not part of any order.
     {OUTPUT_STEP, "output function", false, ANY_LEVEL, output_function,
-     "drops unused locals, cases and assignments in vain, weighs locals for registers, cleans the flow graph, "
+     "drops unused locals, cases and assignments in vain, weighs locals for registers, cleans the flow "
+     "graph, "
      "orders the blocks, writes the function and erases it"},
 };
 
