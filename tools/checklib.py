@@ -5,6 +5,7 @@ a chosen configuration and runs them. Whatever a tool does wrong (a crash, a tim
 back as text in the outcome, never as an exception, so that callers treat it as one more difference.
 """
 
+import hashlib
 import json
 import os
 import random
@@ -123,6 +124,11 @@ def first_difference(expected, actual):
     return "only the ends of lines differ"
 
 
+def digest_of(file):
+    with open(file, "rb") as f:
+        return hashlib.sha256(f.read()).digest()
+
+
 def shorten(line, limit=80):
     text = line.decode("utf-8", "replace")
     return repr(text if len(text) <= limit else text[:limit] + "...")
@@ -158,6 +164,7 @@ class Workbench:
                 raise UsageError(f"{self.tool(name)} is missing; build the project or give --bin DIR")
         self.scratch = tempfile.mkdtemp(prefix="icode-check-")
         self.serial = 0
+        self.seen = {}  # what an optimised file showed, by a digest of its bytes
 
     def __enter__(self):
         return self
@@ -266,17 +273,58 @@ class Workbench:
         return None
 
     def behaviour(self, source, config, stdin, original, round_trip=False):
-        """Optimises and runs; gives (outcome, what differs from the original or None)."""
-        program, why = self.optimise(source, config)
-        if not why and round_trip:
-            why = self.round_trip(program)
+        """Optimises and runs; gives (outcome, what differs from the original or None).
+
+        A file whose bytes were seen before shows what it showed then: most steps leave most programs alone. The output
+        carries the command line, so all results get one name.
+        """
+        program, why = self.optimise(source, config, os.path.join(self.scratch, "optimised.ic"))
         if why:
+            return Outcome(failure=why), why
+        if self.keep:
+            shutil.copy(program, self.path(re.sub(r"\W+", "-", config.name) + ".ic"))
+        digest = digest_of(program)
+        if digest not in self.seen:
+            self.seen[digest] = self.judge(program, stdin, original, round_trip)
+        return self.seen[digest]
+
+    def judge(self, program, stdin, original, round_trip):
+        """Runs an optimised file; gives (outcome, what differs from the original or None)."""
+        if round_trip and (why := self.round_trip(program)):
             return Outcome(failure=why), why
         # An optimised program that loops for ever should not hold up the hunt for long.
         outcome = self.run(program, stdin, original.total * 20 + 1_000_000)
-        if not self.keep:
-            os.remove(program)
         return outcome, compare(original, outcome)
+
+    def twice(self, source, level, stdin, original):
+        """Optimises the optimizer's own output; gives (outcome, None or what differs from the original or has grown).
+
+        A program grows when it executes over a fiftieth more operators than before, or executes no fewer and holds over a
+        fiftieth more nodes in its bodies. Below that, one form may take the place of another: a loop that of a call.
+        """
+        outcomes, sizes, program = [], [], source
+        for number in ("once", "twice"):
+            program, why = self.optimise(program, Config(f"level {level} {number}", level))
+            if why:
+                return Outcome(failure=why), why
+            outcome, why = self.judge(program, stdin, original, False)
+            if why:
+                return outcome, why
+            outcomes.append(outcome)
+            sizes.append(self.node_count(program))
+        executed = [outcome.total for outcome in outcomes]
+        why = None
+        if executed[1] > executed[0] + executed[0] // 50:
+            why = f"the second time it grows from {executed[0]} to {executed[1]} executed operators"
+        elif executed[1] >= executed[0] and sizes[1] > sizes[0] + sizes[0] // 50:
+            why = f"the second time it grows from {sizes[0]} to {sizes[1]} nodes"
+        return outcomes[1], why
+
+    def node_count(self, program):
+        """The nodes of all trees in the function bodies, counted in the text form."""
+        _, text, _ = self.call([self.tool("icode-dis"), program])
+        bodies = re.findall(rb"(?ms)^func .*?^endfunc", text)
+        return sum(re.sub(rb'"(?:[^"\\]|\\.)*"', b"", body).count(b"(") for body in bodies)
 
 
 @dataclass

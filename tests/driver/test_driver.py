@@ -345,6 +345,30 @@ class DriverTest(unittest.TestCase):
         self.assertEqual((self.dir / "bad.ic").read_bytes(), before)
         self.assertEqual(self.files(), ["a.ic", "bad.ic", "o.ic"])
 
+    def test_flow_that_cannot_be_built(self):
+        cases = "(SWITCH tint 1 (ICON tint 3) %s)"
+        case, default = "(CASE tint (ICON tint 1) (LABEL tint 1))", "(DEFAULT tint (LABEL tint 1))"
+        for tree, why in (
+                ("(BRANCH tint (LABEL tint 9))", "a jump to label 9, which is not there"),
+                ("(BRANCH tint (ICON tint 9))", "BRANCH without a label"),
+                ("(CBRANCH tint (ICON tint 3) (ICON tint 1))", "CBRANCH without a label"),
+                (case, "CASE outside a SWITCH"),
+                (default, "DEFAULT outside a SWITCH"),
+                (f"(COMMAOP tint (ICON tint 3) {case})", "CASE outside a SWITCH"),
+                ("(COMMAOP tint (BRANCH tint (LABEL tint 1)) (ICON tint 1))", "BRANCH inside an expression"),
+                (cases % f"(COMMA tint {default} {case})", "DEFAULT that is not the last of its SWITCH"),
+                (cases % f"(COMMA tint {default} {default})", "DEFAULT that is not the last of its SWITCH"),
+                (cases % "(CASE tint (NAME tfn @main) (LABEL tint 1))", "CASE without a constant"),
+                (cases % "(LABEL tint 1)", "SWITCH with something else than CASE and DEFAULT in its list"),
+                ("(BRANCH tint (LABEL tint 1))\nlabel 1", "label 1 is defined twice")):
+            with self.subTest(tree):
+                self.assemble("bad.ic", PROGRAM.replace("expr [1:6:1]", f"label 1\nexpr [1:8:1] {tree}\nexpr [1:9:1]"))
+                (self.dir / "o.ic").write_text("precious")
+                run = self.opt5("bad.ic", "o.ic")
+                self.assertEqual((run.returncode, run.stdout), (1, ""))
+                self.assertEqual(run.stderr, f"bad.ic: function main: line 8: {why}\n")
+                self.assertEqual((self.dir / "o.ic").read_text(), "precious")
+
     def abnormal(self, *words):
         # A debug file that cannot be written is an inconsistency that a user can bring about.
         os.symlink("/dev/full", self.dir / "a.odb")

@@ -34,6 +34,9 @@ for item in filter(None, os.environ.get("BREAK", "").split()):
         if way == "status": text = text.replace("exit 5", "exit 6")
         if way == "trace": text = text.replace("access b\naccess a", "access a\naccess b")
         if way == "fault": text = "fault in f, line 3\n"
+        if way == "slower": text += "idle\n"
+        if way == "larger": text += "# (\n"
+        if way == "worth": text = text.replace("idle\n", "", 1) + "# (\n"
         if way == "error": sys.exit("step %d \"name of %d\": bad tree in function f()" % (step, step))
         if way == "crash": os.abort()
         if way == "hang": time.sleep(30)
@@ -46,7 +49,7 @@ trace = open(next(w[8:] for w in sys.argv if w.startswith("--trace=")), "w")
 status = total = 0
 for line in open(sys.argv[-1]):
     word, _, rest = line.strip().partition(" ")
-    total += 1
+    total += word != "#"
     if word == "print": print(rest)
     if word == "access": trace.write(rest + "\n")
     if word == "exit": status = int(rest)
@@ -62,7 +65,7 @@ import sys
 print("func [1:1:1] @same\n  expr t%d\nendfunc\n\nfunc [1:5:1] @changed" % len(open(sys.argv[1]).read()))
 print(open(sys.argv[1]).read() + "endfunc [1:9:1]")
 """
-PROGRAM = "print one\nprint two\naccess b\naccess a\nexit 5\n"
+PROGRAM = "print one\nprint two\naccess b\naccess a\nexit 5\n# a \"(\" is no node\n" + "idle\n" * 4
 
 
 class Scripts(unittest.TestCase):
@@ -92,7 +95,7 @@ class Scripts(unittest.TestCase):
         status, text = self.script("check-program", "--orders", "2")
         self.assertEqual(status, 0, text)
         self.assertIn("all 8 configurations agree", text)
-        self.assertRegex(text, r"original +5 ")
+        self.assertRegex(text, r"original +9 ")
 
     def test_every_kind_of_fault_is_told_apart(self):
         for way, words in (("output", "line 2: expected 'two', got 'TWO'"), ("status", "expected 5, got 6"),
@@ -118,6 +121,24 @@ class Scripts(unittest.TestCase):
         status, text = self.script("check-program")
         self.assertEqual(status, 3, text)
         self.assertIn("the original itself faults", text)
+
+    def test_each_step_alone(self):
+        status, text = self.script("check-program", "--levels", "2", "--each-step", fault="12:pair 60:pair 7:output")
+        self.assertEqual(status, 1, text)
+        self.assertEqual([line.split(": ")[1] for line in text.splitlines() if "expected" in line],
+                         ["level 2", "step 7 alone"])
+        self.assertEqual(self.script("check-program", "--levels", "", "--each-step")[0], 0)
+
+    def test_growth_the_second_time(self):
+        words = ("check-program", "--levels", "0,2", "--idempotent")
+        status, text = self.script(*words)
+        self.assertEqual(status, 0, text)
+        for way, growth in (("slower", "from 10 to 11 executed operators"), ("larger", "from 1 to 2 nodes")):
+            status, text = self.script(*words, fault=f"7:{way}")
+            self.assertEqual(status, 1, text)
+            self.assertIn(f"level 2 twice: the second time it grows {growth}", text)
+            self.assertNotIn("level 0 twice", text)
+        self.assertEqual(self.script(*words, fault="7:worth")[0], 0)
 
     def test_usage(self):
         self.assertEqual(self.script("check-program", "--levels", "9")[0], 2)

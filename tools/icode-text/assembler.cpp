@@ -271,10 +271,10 @@ class assembler {
             values[i].number = layout->fields[i].absent;
             if (name == "bool" && std::strcmp(layout->fields[i].key, "is_bool") == 0) values[i].number = 1;
         }
-        write_type(number, *layout, values);
+        write_type(number, *layout, values, types_text_); // it may be asked for in the middle of a tree
     }
 
-    void write_type(std::int64_t number, const LAYOUT& layout, std::vector<VALUE> values) {
+    void write_type(std::int64_t number, const LAYOUT& layout, std::vector<VALUE> values, std::string& to) {
         for (std::size_t i = 0; i < values.size(); i++) {
             if (layout.fields[i].absent != -1 || values[i].number != -1) continue;
             const bool size = std::strcmp(layout.fields[i].key, "size") == 0;
@@ -289,7 +289,7 @@ class assembler {
         for (std::size_t i = 0; i < values.size(); i++)
             if (in_version(layout.fields[i], version_))
                 encode(payload, layout.fields[i], values[i], types_, number);
-        put_record(section_ == SECTION::BODY && level_ > 0 ? body_ : types_text_, REC_TYPE, payload);
+        put_record(to, REC_TYPE, payload);
         has_[static_cast<int>(SECTION::TYPES)] = true;
     }
 
@@ -299,7 +299,9 @@ class assembler {
         const LAYOUT* layout = type_layout(in_.peek().text);
         if (layout == nullptr) in_.fail("unknown kind of type \"" + in_.peek().text + "\"");
         in_.take();
-        write_type(number, *layout, field_values(*layout));
+        std::vector<VALUE> values = field_values(*layout); // may define types of its own
+        write_type(number, *layout, std::move(values),
+                   section_ == SECTION::BODY && level_ > 0 ? body_ : types_text_);
     }
 
     // --- Fields.
