@@ -9,6 +9,7 @@
 #include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
+#include "expand_bitfields.h"
 #include "explode_structs.h"
 #include "fileopt.h"
 #include "files.h"
@@ -83,7 +84,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {21, "non-DD SSA CP", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {22, "non-DD SSA EDA", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     {23, "SSA RP with benign loads", false, LEVEL_2_UP, nullptr, NOT_BUILT},
-    {24, "expand bitfields", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {24, "expand bitfields", false, ANY_LEVEL, expand_bitfields,
+     "makes loads and stores of integers of accesses to bit-fields"},
     {25, "fast_CP(0,1)", false, ANY_LEVEL, combine_and_clean_up,
      "joins assignments to one place; drops assignments that nothing reads"},
     {26, "add profile loop annotations", false, ANY_LEVEL, nullptr, NOT_BUILT},
