@@ -9,6 +9,7 @@
 #include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
+#include "embedded_assigns.h"
 #include "expand_bitfields.h"
 #include "explode_structs.h"
 #include "fileopt.h"
@@ -34,7 +35,10 @@ void straighten_cond_paths() {
     simpcfg(false, false);
 }
 
-void pass_2_inits() { simpcfg(false, false); }
+void pass_2_inits() {
+    promote_all_embedded_assignments();
+    simpcfg(false, false);
+}
 
 void clean_values_in_pass_1() {
     fast_CP(4, 0);
@@ -68,7 +72,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {10, "set call-graph order", true, ANY_LEVEL, set_call_graph_order,
      "orders the functions by the call graph and drops those that need no code"},
     // From here on each function goes to the end before the next one starts.
-    {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits, "cleans the flow graph"},
+    {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits,
+     "makes statements of assignments inside of expressions; cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, nullptr, NOT_BUILT},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
      "merges blocks that do the same and takes away tests that others have settled"},
