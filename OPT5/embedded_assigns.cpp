@@ -118,6 +118,7 @@ class PROMOTER {
     std::vector<TASK> pending_;
     std::vector<NODE*> ahead_;
     NODE* root_ = nullptr; // the statement, if it is an expression
+    SYMTAB* temporary_ = nullptr; // made last
     std::size_t steps_left_ = 0;
 };
 
@@ -143,9 +144,8 @@ void PROMOTER::note_barrier() {
 void PROMOTER::note_access(NODE* place, bool write) {
     const NODE* base = base_of(place);
     const int number = base->op == NAME ? symbols_.number_of(base->symbol()) : -1;
-    if (is_volatile_place(place)) {
-        note_barrier();
-    } else if (number >= 0) {
+    if (is_volatile_place(place)) note(KEEPS_ORDER);
+    if (number >= 0) {
         note(write ? WRITES : READS, number);
     } else {
         note(write ? WRITES_MEMORY : READS_MEMORY);
@@ -254,19 +254,23 @@ void PROMOTER::finish_assignment(const TASK& task) {
     if (node->op != ASG && node->op != STASG) note_access(node->left, false);
     note_access(node->left, true);
     if (node == root_ || task.conditional || !may_move(task.begin)) return;
+    NODE* place = node->left;
     NODE* value = promote(node);
     if (value == nullptr) return;
     *task.place = value;
     forget_from(task.begin);
-    if (value->op == NAME) note_access(value, false);
+    // The variable is read where the assignment stood; nothing else touches a temporary.
+    const NODE* name = value;
+    while (name->left != nullptr) name = name->left;
+    if (name->op == NAME && name->symbol() != temporary_) note_access(place, false);
 }
 
 // --- Moving.
 
 NODE* PROMOTER::in_temporary(NODE* value, TYPE* type) {
-    SYMTAB* temporary = sym_temp(TEMP_KIND, -1, type, nullptr);
-    ahead_.push_back(mk_ASG(mk_NAME(temporary), coerce_to_type(value, type)));
-    return mk_NAME(temporary);
+    temporary_ = sym_temp(TEMP_KIND, -1, type, nullptr);
+    ahead_.push_back(mk_ASG(mk_NAME(temporary_), coerce_to_type(value, type)));
+    return mk_NAME(temporary_);
 }
 
 // Puts the assignment ahead and returns its value as a tree without effects; null, and no change, where that
