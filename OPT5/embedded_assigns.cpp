@@ -117,7 +117,7 @@ class PROMOTER {
     std::vector<EVENT> events_;
     std::vector<TASK> pending_;
     std::vector<NODE*> ahead_;
-    NODE* root_ = nullptr; // the statement, if it is an expression
+    NODE* root_ = nullptr;        // the statement, if it is an expression
     SYMTAB* temporary_ = nullptr; // made last
     std::size_t steps_left_ = 0;
 };
@@ -289,9 +289,18 @@ NODE* PROMOTER::promote(NODE* assignment) {
     const bool is_private = place->op == NAME && symbols_.number_of(place->symbol()) >= 0;
     NODE* value;
     if (assignment->op == PLUSPLUS || assignment->op == MINMIN) {
-        if (tree_has_side_effects(place) || !has_cheap_address(place)) return nullptr;
-        value = in_temporary(copy_tree(place, false), place->type->normalized());
-        assignment->op = assignment->op == PLUSPLUS ? PLUSASG : MINUSASG;
+        if (tree_has_side_effects(place) || !has_cheap_address(place) || place->type->is_bool())
+            return nullptr;
+        TYPE* type = place->type->normalized();
+        value = in_temporary(copy_tree(place, false), type);
+        if (is_private) {
+            assignment->op = assignment->op == PLUSPLUS ? PLUSASG : MINUSASG;
+        } else { // memory is read once
+            NODE* step = type->is_ptr() ? assignment->right : coerce_to_type(assignment->right, type);
+            assignment->right = maketree(assignment->op == PLUSPLUS ? PLUS : MINUS, copy_tree(value, false),
+                                         step, type, nullptr);
+            assignment->op = ASG;
+        }
         ahead_.push_back(assignment);
     } else if (is_private || assignment->op == STASG) {
         value = copy_tree(place, false);

@@ -1,5 +1,5 @@
-// Bit-fields of every shape: neighbours of one container, containers of several units, values that wrap, operands that
-// change the container themselves, addresses with effects.
+// Bit-fields of every shape: neighbours of one container, containers of several units, values that wrap,
+// operands that change the container themselves, addresses with effects.
 #include <stdint.h>
 #include <stdio.h>
 
@@ -38,8 +38,8 @@ static volatile struct mixed device;
 
 static void show(const struct mixed* m) {
     printf("%d %d %d %d %ld %ld %lx%06lx %ld %d %d\n", (int)m->low, (int)m->mid, (int)m->top, m->plain,
-           (long)m->long_low, (long)m->long_top, (long)(m->huge >> 24), (long)(m->huge & 0xffffff), (long)m->rest,
-           (int)m->flag, (int)m->hue);
+           (long)m->long_low, (long)m->long_top, (long)(m->huge >> 24), (long)(m->huge & 0xffffff),
+           (long)m->rest, (int)m->flag, (int)m->hue);
 }
 
 static int16_t touch(void) {

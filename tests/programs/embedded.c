@@ -1,4 +1,5 @@
-// Assignments inside of expressions: what comes ahead of them, what they change, and what keeps them in place.
+// Assignments inside of expressions: what comes ahead of them, what they change, and what keeps them in
+// place.
 #include <stdint.h>
 #include <stdio.h>
 
@@ -17,7 +18,7 @@ static int change(int by) { return global += by; }
 
 static int copies(const int* from, int* to, int count) {
     int moved = 0, sum = 0;
-    while (count-- > 0) sum += *to++ = *from++, moved++;
+    while (count-- > 0) sum += * to++ = *from++, moved++;
     return sum * 100 + moved;
 }
 
