@@ -1,12 +1,15 @@
-// Assignments inside expressions as statements of their own.
+// Assignments inside of expressions as statements.
 
 #ifndef OPT5_EMBEDDED_ASSIGNS_H
 #define OPT5_EMBEDDED_ASSIGNS_H
 
-// Moves assignments that stand inside expressions of the current function ahead of their statements, where
-// nothing else with effects is evaluated before them and no condition decides whether they happen: a = b = e
-// as b = e; a = b. What is used further is the variable assigned if nothing but its name leads to it, else a
-// temporary. Increments that yield the old value stay where they are. Nothing at level 0. Edges stay. Linear.
+// Moves assignments, compound ones and increments included, that stand inside of a statement's expression, a
+// condition, an argument or the value that a function returns, ahead of the statement. What stays in the
+// place of one is the variable that it assigns, or a temporary or constant with the same value.
+//
+// An assignment moves only past what can neither affect it nor be affected by it, and never out of a part
+// that is evaluated under a condition. Volatile accesses and calls keep their number and order. Assignments
+// to bit-fields and to volatile places stay where they are. Edges stay as they are. Linear.
 void promote_all_embedded_assignments();
 
 #endif

@@ -1,24 +1,20 @@
-// The integer around a bit-field, its container, has the width of the field's declared type if it can, else
-// another one. It covers nothing but bit-fields and padding: a store to a field may rewrite its neighbours of
-// the same unit, but no member that an interrupt could be changing meanwhile.
-//
-//   read     (T)((container >> first) & mask), or two shifts for a field with sign
-//   write    container = (container & ~(mask << first)) | ((value & mask) << first)
-//
-// What leads to the container is computed once. So is the value, where it has effects or is used further.
+// Fields are counted from the least significant bit of their container, and bit n of a container of several
+// units lies in unit n / 16 of it.
 
 #include "expand_bitfields.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
-#include "accesses.h"
 #include "bblk.h"
 #include "bbutils.h"
-#include "congruent.h"
 #include "copy.h"
 #include "debug.h"
-#include "def_use.h"
 #include "dump.h"
 #include "erase.h"
 #include "fileopt.h"
@@ -34,261 +30,348 @@
 
 using namespace op;
 
-bool is_bit_field_place(const NODE* place) {
+namespace {
+
+constexpr int TEMP_KIND = 'B';
+
+// Where a field lies; without a type it has no container.
+struct CONTAINER {
+    TYPE* type = nullptr; // unsigned
+    std::int64_t offset = 0;
+    int shift = 0, width = 0;
+    bool is_signed = false;
+
+    int size() const { return static_cast<int>(type->size()); }
+};
+
+struct RANGE {
+    std::int64_t begin, end; // bits
+};
+
+// The containers of a structure's bit-fields, by number of the member less one.
+std::vector<CONTAINER> containers_of(TYPE* csu) {
+    const std::vector<fkMDATA*>& members = csu->csu().members;
+    std::vector<RANGE> others; // members that are no bit-fields; of a union all members overlap
+    for (const fkMDATA* member : members)
+        if (!member->bit_field && !csu->is_union())
+            others.push_back(
+                {member->offset, member->offset + static_cast<std::int64_t>(
+                                                      std::max<std::uint64_t>(member->type->size(), 1))});
+    std::sort(others.begin(), others.end(), [](const RANGE& a, const RANGE& b) { return a.begin < b.begin; });
+    const auto is_free = [&others](std::int64_t begin, std::int64_t end) {
+        auto next = std::lower_bound(others.begin(), others.end(), end,
+                                     [](const RANGE& range, std::int64_t at) { return range.begin < at; });
+        return next == others.begin() || (--next)->end <= begin;
+    };
+    constexpr IKIND kinds[] = {IK_UINT, IK_ULONG, IK_ULLONG};
+    const auto fits = [&](const fkMDATA& member, TYPE* type) {
+        const std::int64_t begin = tp->get_container_offset_for_field(type, member.offset, member.width);
+        const auto end = begin + static_cast<std::int64_t>(type->size());
+        return begin >= 0 && end <= static_cast<std::int64_t>(csu->size()) && type->align() <= csu->align() &&
+               is_free(begin, end);
+    };
+    std::vector<CONTAINER> containers(members.size());
+    std::set<std::pair<std::int64_t, int>> in_use; // offset and kind
+    for (std::size_t i = 0; i < members.size(); i++) {
+        const fkMDATA& member = *members[i];
+        TYPE* declared = member.type->normalized();
+        if (!member.bit_field || member.width == 0 || !declared->is_integral() || declared->is_volatile() ||
+            member.width > declared->size() || (declared->is_bool() && member.width != 1))
+            continue;
+        for (const IKIND kind : kinds) {
+            if (!fits(member, tp->int_type(kind))) continue;
+            CONTAINER& container = containers[i];
+            container.type = tp->int_type(kind);
+            container.offset =
+                tp->get_container_offset_for_field(container.type, member.offset, member.width);
+            container.width = static_cast<int>(member.width);
+            container.is_signed = declared->is_signed();
+            in_use.insert({container.offset, kind});
+            break;
+        }
+    }
+    for (std::size_t i = 0; i < members.size(); i++) {
+        CONTAINER& container = containers[i];
+        if (container.type == nullptr) continue;
+        for (const IKIND kind : kinds) {
+            TYPE* type = tp->int_type(kind);
+            const std::int64_t begin =
+                tp->get_container_offset_for_field(type, members[i]->offset, members[i]->width);
+            if (begin < 0 || in_use.count({begin, kind}) == 0) continue;
+            container.type = type;
+            container.offset = begin;
+        }
+        container.shift = static_cast<int>(members[i]->offset - container.offset);
+    }
+    return containers;
+}
+
+// The member of an integer at that place of whatever structure. Its name tells all about it, so one made
+// earlier, perhaps by a run that wrote this file, serves again.
+fkMDATA* member_at(const CONTAINER& container, TYPE** csu) {
+    const std::string name =
+        "$O$bits" + std::to_string(container.size()) + "_" + std::to_string(container.offset);
+    TYPE* view = tp->find_named_type(name.c_str());
+    if (view == nullptr) {
+        const auto size = static_cast<std::uint64_t>(container.offset) + container.type->size();
+        view = tp->mk_struct(name.c_str(), {size, container.type->align()});
+        fkMDATA member;
+        member.name = "bits";
+        member.type = container.type;
+        member.offset = container.offset;
+        tp->add_member(view, member);
+        tp->open_csu(view)->is_complete = true;
+        tp->type_frozen(view);
+    }
+    *csu = view->get_csu();
+    fkMDATA* member = *csu != nullptr ? (*csu)->member(1) : nullptr;
+    const bool is_right = member != nullptr && member->offset == container.offset &&
+                          member->type->true_type() == container.type->true_type() && !member->bit_field;
+    return is_right ? member : nullptr;
+}
+
+bool is_bit_field(const NODE* place) {
     return (place->op == STDOT || place->op == STREF) && place->right->op == FIELD &&
            place->right->mdata->bit_field;
 }
 
-bool op_suits_bit_field(int assignment_op) {
-    switch (assignment_op) {
-        case ASG:
-        case PLUSASG:
-        case MINUSASG:
-        case MULTASG:
-        case ANDBASG:
-        case ORBASG:
-        case XORBASG: return true;
-        default: return false;
+bool is_volatile_place(const NODE* place) {
+    for (; place->op == STDOT; place = place->left)
+        if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return true;
+    return node_is_volatile_access(place) || (place->op == STREF && node_is_volatile_access(place->right));
+}
+
+NODE* icon(std::int64_t value, TYPE* type) {
+    return mk_ICON(truncate_to_type(INT65::from_signed(value), type), type);
+}
+
+NODE* shifted(int op, NODE* value, int count) {
+    if (count == 0) return value;
+    return maketree(op, value, icon(count, tp->int_type(IK_INT)), value->type, nullptr);
+}
+
+// Ones in that many low bits.
+std::int64_t ones(int bits) {
+    return bits >= 64 ? -1 : static_cast<std::int64_t>((std::uint64_t{1} << bits) - 1);
+}
+
+// The field's value, as one of `type`, out of its container's.
+NODE* extracted(NODE* value, const CONTAINER& field, TYPE* type) {
+    if (field.is_signed) {
+        value = coerce_to_type(value, tp->mk_signed(field.type));
+        value = shifted(SLL, value, field.size() - field.shift - field.width);
+        value = shifted(SRL, value, field.size() - field.width);
+    } else {
+        value = shifted(SRL, coerce_to_type(value, field.type), field.shift);
+        if (field.shift + field.width < field.size())
+            value = maketree(ANDB, value, icon(ones(field.width), field.type), field.type, nullptr);
     }
+    return coerce_to_type(value, type);
 }
 
-namespace {
-
-NODE* simplified(int op, NODE* left, NODE* right, TYPE* type) {
-    return simp_node(maketree(op, left, right, type, nullptr), nullptr);
+// The value as the field holds it, at the place in its container where the field lies; zeros elsewhere.
+NODE* inserted(NODE* value, const CONTAINER& field) {
+    value = coerce_to_type(value, field.type);
+    if (field.shift + field.width < field.size())
+        value = maketree(ANDB, value, icon(ones(field.width), field.type), field.type, nullptr);
+    return shifted(SLL, value, field.shift);
 }
 
-NODE* shifted(int op, NODE* value, int distance) {
-    if (distance == 0) return value;
-    NODE* count = mk_ICON(INT65::from_signed(distance), tp->int_type(IK_INT));
-    return simplified(op, value, count, value->type);
+// The type in which a bit-field is computed with: `int` where that holds all its values.
+TYPE* promoted_field_type(const CONTAINER& field, TYPE* type) {
+    TYPE* plain_int = tp->int_type(IK_INT);
+    const int width = static_cast<int>(plain_int->size());
+    if (type->is_bool() || field.width < width || (field.width == width && field.is_signed)) return plain_int;
+    return promoted_type(type);
 }
 
-std::uint64_t low_bits(unsigned width) {
-    return width >= 64 ? ~std::uint64_t{0} : (std::uint64_t{1} << width) - 1;
-}
-
-NODE* masked(NODE* value, std::uint64_t mask) {
-    return simplified(ANDB, value, mk_ICON(INT65::from_unsigned(mask), value->type), value->type);
-}
-
-// The unsigned type of the signed one's width, and the other way round.
-TYPE* integer_of_width(int width, bool is_signed) {
-    if (width == 16) return tp->int_type(is_signed ? IK_INT : IK_UINT);
-    if (width == 32) return tp->int_type(is_signed ? IK_LONG : IK_ULONG);
-    return tp->int_type(is_signed ? IK_LLONG : IK_ULLONG);
-}
-
-} // namespace
-
-NODE* cut_to_bit_field(NODE* value, const fkMDATA* member, TYPE* type) {
-    const auto width = static_cast<int>(member->width);
-    if (type->is_bool() || width >= type_width(type)) return value;
-    if (type->is_unsigned()) return masked(value, low_bits(member->width));
-    const int distance = type_width(type) - width;
-    return shifted(SRL, shifted(SLL, value, distance), distance);
-}
-
-namespace {
-
-struct CONTAINER {
-    int width = 0;           // bits; 0: there is none
-    std::int64_t offset = 0; // bits from the start of the structure
-    int first = 0;           // the field's first bit in it
-};
-
-bool overlaps_other_member(TYPE* csu, std::int64_t begin, std::int64_t end) {
-    for (unsigned number = 1; const fkMDATA* member = csu->member(number); number++) {
-        const auto width =
-            static_cast<std::int64_t>(member->bit_field ? member->width : member->type->size());
-        if (member->offset >= end || member->offset + width <= begin) continue;
-        if (!member->bit_field || member->type->is_volatile()) return true;
-    }
-    return false;
-}
-
-CONTAINER find_container(const fkMDATA* member, TYPE* csu) {
-    const int declared = type_width(member->type->normalized());
-    const auto begin = member->offset;
-    const auto end = begin + static_cast<std::int64_t>(member->width);
-    for (const int width : {declared, 16, 32, 64}) {
-        if (width != 16 && width != 32 && width != 64) continue;
-        const auto align = static_cast<std::int64_t>(integer_of_width(width, false)->align());
-        if (static_cast<std::int64_t>(csu->align()) < align) continue;
-        const std::int64_t start = begin / align * align;
-        if (end > start + width || start + width > static_cast<std::int64_t>(csu->size())) continue;
-        if (overlaps_other_member(csu, start, start + width)) continue;
-        return {width, start, static_cast<int>(begin - start)};
-    }
-    return {};
-}
-
-bool is_plain(const NODE* place) {
-    if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return false;
-    for (const NODE* object = place->left; object != nullptr && place->op == STDOT;
-         object = object->op == STDOT ? object->left : nullptr)
-        if (node_is_volatile_access(object)) return false;
-    const fkMDATA* member = place->right->mdata;
-    return place->type->is_integral() && member->width != 0 && !member->type->is_volatile() &&
-           type_width(place->type) == type_width(member->type->normalized());
-}
-
-class EXPANSION {
+class EXPANDER {
   public:
-    // Rewrites one statement; true if anything has changed.
-    bool run(NODE*& statement);
+    bool run(LIST* cell);
 
   private:
-    void visit(NODE*& place, bool is_root);
-    bool expand_write(NODE*& place, bool is_root);
-    bool expand_read(NODE*& place);
-    NODE* keep(NODE* value, char kind, NODE*& ahead) const;
+    bool find_container(const NODE* place, CONTAINER& field);
+    NODE* rewrite(NODE* node);
+    NODE* read(NODE* place);
+    NODE* write(NODE* assignment);
+    NODE* new_value(NODE* assignment, const CONTAINER& field, NODE* old, NODE* operand);
+    NODE* in_container(NODE* place, const CONTAINER& field);
+    NODE* kept(NODE* value, std::vector<NODE*>& ahead);
+    void settle_address(NODE* place, std::vector<NODE*>& ahead);
 
-    const PRIVATE_SYMBOLS private_symbols_;
-    std::vector<NODE**> pending_;
+    std::unordered_map<const TYPE*, std::vector<CONTAINER>> containers_;
+    std::uint32_t written_ = 0;    // stamp of bit-fields that an assignment writes
+    std::uint32_t for_effect_ = 0; // stamp of trees whose value nobody uses
     bool changed_ = false;
 };
 
-CONTAINER container_of(const NODE* place) {
-    if (!is_bit_field_place(place) || !is_plain(place)) return {};
-    return find_container(place->right->mdata, place->right->csu()->true_type());
+bool EXPANDER::find_container(const NODE* place, CONTAINER& field) {
+    if (!is_bit_field(place) || is_volatile_place(place) || !place->type->is_integral()) return false;
+    TYPE* csu = place->right->csu()->get_csu();
+    if (csu == nullptr) return false;
+    auto known = containers_.find(csu);
+    if (known == containers_.end()) known = containers_.emplace(csu, containers_of(csu)).first;
+    const std::size_t number = place->right->mdata->number;
+    if (number == 0 || number > known->second.size()) return false;
+    field = known->second[number - 1];
+    TYPE* view;
+    return field.type != nullptr && member_at(field, &view) != nullptr;
 }
 
-// The container as a place. Consumes the access of the field.
-NODE* load_of(NODE* place, const CONTAINER& container, bool is_signed) {
-    TYPE* type = integer_of_width(container.width, is_signed);
-    TYPE* pointer = tp->mk_ptr(type);
-    NODE* address = place->left;
-    if (place->op == STDOT) address = maketree(UAND, address, nullptr, tp->mk_ptr(address->type), nullptr);
+// The place of the container, from that of the field. Consumes the place.
+NODE* EXPANDER::in_container(NODE* place, const CONTAINER& field) {
+    TYPE* view;
+    fkMDATA* member = member_at(field, &view);
+    auto* access = new NODE(FIELD, field.type);
+    access->mk_field(1, member, view);
+    NODE* container = maketree(place->op, place->left, access, field.type, place->ls);
     erase_tree(place->right);
     erase_node(place);
-    address = simp_node(coerce_to_type(simp_node(address, nullptr), pointer), nullptr);
-    if (container.offset != 0) {
-        NODE* distance = mk_ICON(INT65::from_signed(container.offset / 16), tp->int_type(IK_INT));
-        address = simplified(PLUS, address, distance, pointer);
+    return container;
+}
+
+NODE* EXPANDER::read(NODE* place) {
+    CONTAINER field;
+    if (!find_container(place, field)) return place;
+    changed_ = true;
+    TYPE* type = place->type->normalized();
+    return extracted(in_container(place, field), field, type);
+}
+
+// The value in a form that can be copied and is not changed by what comes behind.
+NODE* EXPANDER::kept(NODE* value, std::vector<NODE*>& ahead) {
+    if (value->op == ICON || value->op == FCON) return value;
+    SYMTAB* temporary = sym_temp(TEMP_KIND, -1, value->type->normalized(), nullptr);
+    ahead.push_back(mk_ASG(mk_NAME(temporary), value));
+    return mk_NAME(temporary);
+}
+
+// Whether the address can be evaluated several times for little more than once.
+bool is_cheap_address(NODE* pointer) {
+    if (pointer->op == PLUS && pointer->right->op == ICON) pointer = pointer->left;
+    while (pointer->op == PCONV || pointer->op == ISP2CHAR) pointer = pointer->left;
+    if (pointer->op == NAME) return !node_is_volatile_access(pointer);
+    if (pointer->op != UAND) return false;
+    const NODE* place = pointer->left;
+    while (place->op == STDOT) place = place->left;
+    return place->op == NAME;
+}
+
+// Makes sure that the place can be copied.
+void EXPANDER::settle_address(NODE* place, std::vector<NODE*>& ahead) {
+    while (place->op == STDOT) place = place->left;
+    if (place->op == NAME) return;
+    if (!is_cheap_address(place->left)) {
+        TYPE* type = place->left->type;
+        place->left = kept(place->left, ahead);
+        place->left->type = type;
     }
-    return maketree(UMULT, address, nullptr, type, nullptr);
 }
 
-bool EXPANSION::expand_read(NODE*& place) {
-    const CONTAINER container = container_of(place);
-    if (container.width == 0) return false;
-    const fkMDATA* member = place->right->mdata;
-    TYPE* type = place->type->true_type();
-    const auto width = static_cast<int>(member->width);
-    const bool has_sign = type->is_signed() && !type->is_bool();
-    NODE* value = load_of(place, container, has_sign);
-    if (has_sign) {
-        value = shifted(SLL, value, container.width - container.first - width);
-        value = shifted(SRL, value, container.width - width);
-    } else {
-        value = shifted(SRL, value, container.first);
-        if (container.first + width < container.width) value = masked(value, low_bits(member->width));
+bool has_known_base(const NODE* place) {
+    while (place->op == STDOT) place = place->left;
+    return place->op == NAME || place->op == STREF || place->op == UMULT;
+}
+
+// What the assignment stores, from the old value (null for a plain one) and its operand. Consumes both.
+NODE* EXPANDER::new_value(NODE* assignment, const CONTAINER& field, NODE* old, NODE* operand) {
+    TYPE* type = assignment->left->type->normalized();
+    if (assignment->op == ASG) return coerce_to_type(operand, type);
+    if (assignment->op == PLUSPLUS || assignment->op == MINMIN) {
+        TYPE* computed = type->is_bool() ? tp->int_type(IK_INT) : type;
+        return coerce_to_type(maketree(assignment->op == PLUSPLUS ? PLUS : MINUS,
+                                       coerce_to_type(old, computed), coerce_to_type(operand, computed),
+                                       computed, nullptr),
+                              type);
     }
-    place = simp_node(coerce_to_type(value, type), nullptr);
-    return true;
+    const int op = op_of_opASG[assignment->op];
+    TYPE* computed = promoted_field_type(field, type);
+    if (op != SLL && op != SRL) {
+        computed = combined_type(computed, promoted_type(operand->type));
+        operand = coerce_to_type(operand, computed);
+    }
+    return coerce_to_type(maketree(op, coerce_to_type(old, computed), operand, computed, nullptr), type);
 }
 
-// The value as a NAME of a temporary, which `ahead` assigns it to behind what it did before.
-NODE* EXPANSION::keep(NODE* value, char kind, NODE*& ahead) const {
-    SYMTAB* temporary = sym_temp(kind, -1, value->type, nullptr);
-    NODE* name = mk_NAME(temporary);
-    name->type = value->type->true_type();
-    NODE* assignment = mk_ASG(name, value);
-    ahead = ahead == nullptr ? assignment : mk_COMMAOP(ahead, assignment);
-    return copy_tree(name, false);
-}
+NODE* EXPANDER::write(NODE* assignment) {
+    NODE* place = assignment->left;
+    const bool is_step = assignment->op == PLUSPLUS || assignment->op == MINMIN;
+    CONTAINER field;
+    if ((assignment->op != ASG && !is_step && op_of_opASG[assignment->op] == ILLOP) ||
+        !find_container(place, field) || !has_known_base(place))
+        return assignment;
+    changed_ = true;
+    TYPE* type = place->type->normalized();
+    const bool is_wanted = assignment->stamp != for_effect_;
 
-// Whether reading the pointer twice is as good as once: a symbol that only its name leads to.
-bool is_cheap_address(const NODE* pointer, const PRIVATE_SYMBOLS& symbols) {
-    return pointer->op == NAME && symbols.number_of(pointer->symbol()) >= 0;
-}
+    // The operand comes first, then the address, then the old contents.
+    std::vector<NODE*> ahead;
+    NODE* operand = assignment->right;
+    if (tree_has_side_effects(operand) || tree_has_side_effects(place)) operand = kept(operand, ahead);
+    settle_address(place, ahead);
 
-bool EXPANSION::expand_write(NODE*& place, bool is_root) {
-    NODE* assignment = place;
-    const CONTAINER container = container_of(assignment->left);
-    if (container.width == 0) return false;
-    const bool steps = assignment->op == PLUSPLUS || assignment->op == MINMIN;
-    if (!(steps && is_root) && !op_suits_bit_field(assignment->op)) return false;
-    const fkMDATA* member = assignment->left->right->mdata;
-    TYPE* type = assignment->left->type->true_type();
-    if (steps) assignment->op = assignment->op == PLUSPLUS ? PLUSASG : MINUSASG;
-
-    NODE* ahead = nullptr;
-    NODE** pointer = pointer_of_place(assignment->left);
-    // The right side is evaluated before what leads to the field.
-    if (assignment->right->op != ICON &&
-        (tree_has_side_effects(assignment->right) || (pointer != nullptr && tree_has_side_effects(*pointer))))
-        assignment->right = keep(assignment->right, 'F', ahead);
-    if (pointer != nullptr && !is_cheap_address(*pointer, private_symbols_))
-        *pointer = keep(*pointer, 'F', ahead);
-    if (assignment->op != ASG) assignment = opASG_to_ASG(assignment);
-    OPTASSERT(assignment->op == ASG);
-
-    NODE* value = coerce_to_type(assignment->right, type);
-    NODE* result = nullptr;
-    if (!is_root) {
-        value = keep(cut_to_bit_field(value, member, type), 'F', ahead);
+    NODE* old = nullptr;
+    if (assignment->op != ASG) {
+        old = extracted(in_container(copy_tree(place, false), field), field, type);
+        if (is_step && is_wanted) old = kept(old, ahead);
+    }
+    NODE* result = is_step && is_wanted ? copy_tree(old, false) : nullptr;
+    NODE* value = new_value(assignment, field, old, operand);
+    if (is_wanted && !is_step) {
+        value = kept(value, ahead);
+        CONTAINER low = field;
+        low.shift = 0;
         result = copy_tree(value, false);
+        if (!type->is_bool()) result = extracted(result, low, type);
     }
-    NODE* field = assignment->left;
-    TYPE* unsigned_type = integer_of_width(container.width, false);
-    NODE* before = load_of(copy_tree(field, false), container, false);
-    NODE* target = load_of(field, container, false);
-    const std::uint64_t mask = low_bits(member->width);
-    const std::uint64_t others =
-        low_bits(static_cast<unsigned>(container.width)) & ~(mask << container.first);
-    value = simp_node(coerce_to_type(value, unsigned_type), nullptr);
-    // What a shift to the top pushes out needs no mask.
-    if (container.first + static_cast<int>(member->width) < container.width) value = masked(value, mask);
-    value = shifted(SLL, value, container.first);
-    if (others != 0) {
-        before =
-            simplified(ANDB, before, mk_ICON(INT65::from_unsigned(others), unsigned_type), unsigned_type);
-        value = simplified(ORB, before, value, unsigned_type);
-    } else {
-        erase_tree(before);
+    NODE* stored = inserted(value, field);
+    if (field.width < field.size()) {
+        const auto mask = static_cast<std::uint64_t>(ones(field.width)) << field.shift;
+        NODE* rest = maketree(ANDB, in_container(copy_tree(place, false), field),
+                              icon(static_cast<std::int64_t>(~mask), field.type), field.type, nullptr);
+        stored = maketree(ORB, rest, stored, field.type, nullptr);
     }
+    NODE* tree = mk_ASG(in_container(place, field), stored);
+    if (result != nullptr) tree = mk_COMMAOP(tree, coerce_to_type(result, assignment->type->normalized()));
+    for (auto effect = ahead.rbegin(); effect != ahead.rend(); ++effect) tree = mk_COMMAOP(*effect, tree);
     erase_node(assignment);
-    NODE* store = mk_ASG(target, value);
-    if (ahead != nullptr) store = mk_COMMAOP(ahead, store);
-    place = result != nullptr ? mk_COMMAOP(store, result) : store;
-    return true;
+    return tree;
 }
 
-void EXPANSION::visit(NODE*& place, bool is_root) {
-    if (opcode_is_ASG(place->op)) {
-        if (expand_write(place, is_root)) changed_ = true;
-    } else if (expand_read(place)) {
-        changed_ = true;
-    }
-    for_each_value_operand(place, [this](NODE*& operand) { pending_.push_back(&operand); });
+NODE* EXPANDER::rewrite(NODE* node) {
+    if (opcode_is_ASG(node->op) && is_bit_field(node->left)) return write(node);
+    return is_bit_field(node) && node->stamp != written_ ? read(node) : node;
 }
 
-bool EXPANSION::run(NODE*& statement) {
+// Expands the statement's bit-fields; false if it has none to expand.
+bool EXPANDER::run(LIST* cell) {
+    if (tree_is_arg_prolog(cell->first) || !any_node(cell->first, is_bit_field)) return false;
+    written_ = fresh_stamp();
+    for_effect_ = fresh_stamp();
+    cell->first->stamp = for_effect_;
+    walk_tree(cell->first, [this](NODE* node) {
+        if (opcode_is_ASG(node->op) && is_bit_field(node->left)) node->left->stamp = written_;
+        // A comma whose value is not used passes that on; it is met ahead of its operands.
+        if (node->op != COMMAOP) return;
+        node->left->stamp = for_effect_;
+        if (node->stamp == for_effect_) node->right->stamp = for_effect_;
+    });
     changed_ = false;
-    NODE* const root = statement;
-    pending_.push_back(&statement);
-    while (!pending_.empty()) {
-        NODE** place = pending_.back();
-        pending_.pop_back();
-        visit(*place, *place == root);
-    }
+    NODE* tree = rewrite_tree(cell->first, [this](NODE* node) { return rewrite(node); });
+    cell->first = changed_ ? simp_tree(tree, nullptr) : tree;
     return changed_;
 }
 
 } // namespace
 
 void expand_bitfields() {
-    if (opt_level() == 0 || memory_is_big_endian != 0 || currfuninfo->fields_seen == 0) return;
     dprintf("\n\n\t\t\t---------- ENTERING 'expand_bitfields' ----------\n");
-    EXPANSION expansion;
+    EXPANDER expander;
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
         bool changed = false;
         for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
-            if (tree_is_arg_prolog(cell->first) || !expansion.run(cell->first)) continue;
-            if (print_debug != 0) dprintf("\t%s\n", tree_to_text(cell->first).c_str());
-            cell->first = simp_tree(cell->first, bb->loop);
+            if (!expander.run(cell)) continue;
+            if (print_debug != 0) dprintf("Expanded to %s\n", tree_to_text(cell->first).c_str());
             changed = true;
         }
         if (changed) bb->statements = promote_toplevel_COMMAOPs_in_list(bb->statements);

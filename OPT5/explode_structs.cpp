@@ -21,7 +21,6 @@
 #include "def_use.h"
 #include "dump.h"
 #include "erase.h"
-#include "expand_bitfields.h"
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
@@ -85,6 +84,41 @@ bool collect_leaves(TYPE* type, std::vector<STEP>& path, std::int64_t offset, st
         path.pop_back();
     }
     return !leaves.empty();
+}
+
+bool is_bit_field(const NODE* place) {
+    return (place->op == STDOT || place->op == STREF) && place->right->mdata->bit_field;
+}
+
+// Whether a compound assignment by the operator gives a bit-field the same value as an assignment of the
+// operation in the field's declared type.
+bool op_suits_bit_field(int assignment_op) {
+    switch (assignment_op) {
+        case ASG:
+        case PLUSASG:
+        case MINUSASG:
+        case MULTASG:
+        case ANDBASG:
+        case ORBASG:
+        case XORBASG: return true;
+        default: return false;
+    }
+}
+
+// The value, of the member's declared type, as it reads back from the bit-field. Consumes the value.
+NODE* cut_to_bit_field(NODE* value, const fkMDATA* member, TYPE* type) {
+    const int width = type_width(type);
+    const int unused = width - static_cast<int>(member->width);
+    if (type->is_bool() || unused <= 0) return value;
+    if (type->is_unsigned()) {
+        NODE* mask = mk_ICON(type_mask(type) >> unused, type);
+        return simp_node(maketree(ANDB, value, mask, type, nullptr), nullptr);
+    }
+    for (const int shift : {SLL, SRL}) {
+        NODE* count = mk_ICON(INT65::from_signed(unused), tp->int_type(IK_INT));
+        value = simp_node(maketree(shift, value, count, type, nullptr), nullptr);
+    }
+    return value;
 }
 
 class EXPLOSION {
@@ -157,10 +191,11 @@ const LEAF* EXPLOSION::leaf_at(const PART& part) const {
     return nullptr;
 }
 
+// By the member itself: an integer around bit-fields may begin where one of them does.
 bool EXPLOSION::is_access_of_leaf(const NODE* place) const {
-    const LEAF* leaf = leaf_at(part_of(place));
-    return leaf != nullptr && place->type->is_scalar() && !place->type->is_volatile() &&
-           place->type->true_type() == leaf->type->true_type();
+    const LEAF* leaf = place->op == STDOT ? leaf_at(part_of(place)) : nullptr;
+    return leaf != nullptr && place->right->mdata == leaf->path.back().member && place->type->is_scalar() &&
+           !place->type->is_volatile() && place->type->true_type() == leaf->type->true_type();
 }
 
 // --- What stands in the way.
@@ -175,7 +210,7 @@ void EXPLOSION::look_at_target(const NODE* assignment, bool is_root) {
     const PART target = part_of(assignment->left);
     if (target.candidate < 0) return;
     candidates_[static_cast<std::size_t>(target.candidate)].is_assigned = true;
-    if (!is_bit_field_place(assignment->left) || op_suits_bit_field(assignment->op)) return;
+    if (!is_bit_field(assignment->left) || op_suits_bit_field(assignment->op)) return;
     const bool steps = assignment->op == PLUSPLUS || assignment->op == MINMIN;
     if (!steps || !is_root) keep(target);
 }
@@ -260,7 +295,7 @@ void EXPLOSION::make_variables(CANDIDATE& candidate) {
 // Makes an assignment to a bit-field one of the value that the field would hold.
 void EXPLOSION::cut_assigned_value(NODE* assignment) {
     NODE* place = assignment->left;
-    if (!is_bit_field_place(place) || part_of(place).candidate < 0) return;
+    if (!is_bit_field(place) || part_of(place).candidate < 0) return;
     if (assignment->op == PLUSPLUS) assignment->op = PLUSASG;
     if (assignment->op == MINMIN) assignment->op = MINUSASG;
     if (assignment->op != ASG) opASG_to_ASG(assignment);

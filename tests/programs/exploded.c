@@ -15,10 +15,10 @@ struct V {
 struct E {
     enum { A, B, C } k;
     _Bool f;
-    unsigned char c;
+    unsigned short c;
 };
 union U {
-    int i;
+    short i;
     long l;
 };
 struct W {
@@ -132,11 +132,13 @@ int main(void) {
     a = cmul(a, b);
     a = cmul(a, a);
     printf("%f %f\n", a.re, a.im);
-    printf("%d %d %d\n", chain(&p), p.x, p.in.a);
+    int got = chain(&p);
+    printf("%d %d %d\n", got, p.x, p.in.a);
     struct L z = {0, 7}, y = {&z, 5}, x = {&y, 2};
     printf("%d\n", list(&x));
     struct P arr[4] = {{1}, {2}, {3}, {4}};
-    printf("%d %d\n", idx(arr, 1), arr[2].x);
+    got = idx(arr, 1);
+    printf("%d %d\n", got, arr[2].x);
     printf("%d %d %d\n", kinds(0), kinds(1), kinds(5));
     printf("%d %d %d %d\n", kept(4), vol(3), cond(1), cond(8));
     return 0;
