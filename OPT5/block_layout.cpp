@@ -99,6 +99,9 @@ class TRACE_LAYOUT {
     BBLK* root(BBLK* bb);
     CHAIN& chain(BBLK* bb) { return chains_[root(bb)->uon()]; }
     BLOCKS final_order();
+    BLOCKS present_order() const;
+    bool is_bound() const;
+    double savings(const BLOCKS& order) const;
     void note_chances() const;
 
     BBLK* const first_;
@@ -288,11 +291,47 @@ void TRACE_LAYOUT::note_chances() const {
     }
 }
 
+TRACE_LAYOUT::BLOCKS TRACE_LAYOUT::present_order() const {
+    BLOCKS order;
+    for (BBLK* bb = first_; bb != nullptr; bb = bb->next) order.push_back(bb);
+    return order;
+}
+
+// Whether there is a pragma of a loop, whose place decides.
+bool TRACE_LAYOUT::is_bound() const {
+    for (const auto& candidates : candidates_)
+        for (const CANDIDATE& edge : candidates)
+            if (edge.weight == BINDING) return true;
+    return false;
+}
+
+// What the order saves, the whole of it.
+double TRACE_LAYOUT::savings(const BLOCKS& order) const {
+    double sum = 0;
+    for (std::size_t i = 0; i + 1 < order.size(); i++) {
+        const BBLK *from = order[i], *to = order[i + 1];
+        const int op = last_statement(from)->op;
+        if ((op != BRANCH && op != IF) || !edge_memberp(to, from->successors)) continue;
+        const double taken = prediction_.frequency(from, to);
+        if (op == IF) {
+            sum += JUMP * taken + std::min(taken, prediction_.frequency(from) - taken);
+        } else if (to != exit_) {
+            sum += (1 + JUMP) * taken;
+        }
+    }
+    return sum;
+}
+
 bool TRACE_LAYOUT::run() {
     find_candidates();
     for (int loop = static_cast<int>(loops_.loops().size()); loop-- > 0;) join_loop(loop);
     join_loop(NO_LOOP);
     const BLOCKS order = final_order();
+    // An order that is no better is not worth a change: what has been laid out stays as it is.
+    if (!is_bound() && savings(order) <= savings(present_order())) {
+        note_chances();
+        return false;
+    }
     bool changed = false;
     BBLK* before = nullptr;
     for (BBLK* bb : order) {
