@@ -102,6 +102,7 @@ class TRACE_LAYOUT {
     BLOCKS present_order() const;
     bool is_bound() const;
     double savings(const BLOCKS& order) const;
+    bool is_tidy(const BLOCKS& order) const;
     void note_chances() const;
 
     BBLK* const first_;
@@ -308,18 +309,40 @@ bool TRACE_LAYOUT::is_bound() const {
 // What the order saves, the whole of it.
 double TRACE_LAYOUT::savings(const BLOCKS& order) const {
     double sum = 0;
-    for (std::size_t i = 0; i + 1 < order.size(); i++) {
-        const BBLK *from = order[i], *to = order[i + 1];
-        const int op = last_statement(from)->op;
-        if ((op != BRANCH && op != IF) || !edge_memberp(to, from->successors)) continue;
-        const double taken = prediction_.frequency(from, to);
-        if (op == IF) {
-            sum += JUMP * taken + std::min(taken, prediction_.frequency(from) - taken);
-        } else if (to != exit_) {
-            sum += (1 + JUMP) * taken;
-        }
-    }
+    for (std::size_t i = 0; i + 1 < order.size(); i++)
+        sum += fall_through_saving(prediction_, order[i], order[i + 1]);
     return sum;
+}
+
+// Whether every loop is in one piece, and what is never executed stands behind everything else.
+bool TRACE_LAYOUT::is_tidy(const BLOCKS& order) const {
+    struct SPAN {
+        std::size_t first = std::numeric_limits<std::size_t>::max(), last = 0, count = 0;
+    };
+    std::vector<SPAN> spans(loops_.loops().size());
+    bool cold = false;
+    for (std::size_t i = 0; i + 1 < order.size(); i++) {
+        if (cold && !prediction_.is_cold(order[i])) return false;
+        cold = prediction_.is_cold(order[i]);
+        const int loop = loops_.innermost(order[i]);
+        if (loop == NO_LOOP || (cold && !prediction_.is_cold(loops_.loops()[loop].header))) continue;
+        SPAN& span = spans[static_cast<std::size_t>(loop)];
+        span.first = std::min(span.first, i);
+        span.last = i;
+        span.count++;
+    }
+    // Inner loops come behind those around them.
+    for (std::size_t loop = spans.size(); loop-- > 0;) {
+        const SPAN& span = spans[loop];
+        if (span.count != 0 && span.last - span.first + 1 != span.count) return false;
+        const int parent = loops_.loops()[static_cast<int>(loop)].parent;
+        if (parent == NO_LOOP || span.count == 0) continue;
+        SPAN& around = spans[static_cast<std::size_t>(parent)];
+        around.first = std::min(around.first, span.first);
+        around.last = std::max(around.last, span.last);
+        around.count += span.count;
+    }
+    return true;
 }
 
 bool TRACE_LAYOUT::run() {
@@ -328,7 +351,8 @@ bool TRACE_LAYOUT::run() {
     join_loop(NO_LOOP);
     const BLOCKS order = final_order();
     // An order that is no better is not worth a change: what has been laid out stays as it is.
-    if (!is_bound() && savings(order) <= savings(present_order())) {
+    const BLOCKS present = present_order();
+    if (!is_bound() && is_tidy(present) && savings(order) <= savings(present)) {
         note_chances();
         return false;
     }
@@ -347,6 +371,14 @@ bool TRACE_LAYOUT::run() {
 }
 
 } // namespace
+
+double fall_through_saving(const BRANCH_PREDICTION& prediction, const BBLK* from, const BBLK* to) {
+    const int op = last_statement(from)->op;
+    if ((op != BRANCH && op != IF) || !edge_memberp(to, from->successors)) return 0;
+    const double taken = prediction.frequency(from, to);
+    if (op == IF) return JUMP * taken + std::min(taken, prediction.frequency(from) - taken);
+    return to->is_exit() ? 0 : (1 + JUMP) * taken; // a jump to the exit is written as a return anywhere
+}
 
 void straighten_traces_in_cfg() {
     if (pass_disable("trace_straighten") != 0) return;

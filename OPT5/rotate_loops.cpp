@@ -11,6 +11,8 @@
 
 #include "bblk.h"
 #include "bbutils.h"
+#include "block_layout.h"
+#include "branch_prediction.h"
 #include "debug.h"
 #include "dump.h"
 #include "fileopt.h"
@@ -45,8 +47,10 @@ class ROTATOR {
 
   private:
     bool find_chain(BBLK* e);
+    bool pays(BBLK* e) const;
     void move_chain(BBLK* e) const;
 
+    const BRANCH_PREDICTION prediction_;
     BBLK* b_ = nullptr; // the blocks that lead to the test
     BBLK* c_ = nullptr; // the test
 };
@@ -76,6 +80,16 @@ bool ROTATOR::find_chain(BBLK* e) {
     return false;
 }
 
+// Whether more is saved by what follows what then.
+bool ROTATOR::pays(BBLK* e) const {
+    const auto saving = [this](const BBLK* from, const BBLK* to) {
+        return fall_through_saving(prediction_, from, to);
+    };
+    const BBLK* a = b_->prev;
+    const double now = saving(a, b_) + saving(c_, c_->next) + saving(e, e->next);
+    return saving(a, c_->next) + saving(e, b_) + saving(c_, e->next) > now;
+}
+
 void ROTATOR::move_chain(BBLK* e) const {
     BBLK* a = b_->prev;
     BBLK* d = c_->next;
@@ -98,7 +112,7 @@ void ROTATOR::run() {
     // The exit block is the end of no loop and has none behind it.
     for (BBLK* e = currfuninfo->bb_list->prev; e != currfuninfo->bb_list;) {
         BBLK* before = e->prev;
-        if (find_chain(e)) {
+        if (find_chain(e) && pays(e)) {
             move_chain(e);
             currfuninfo->flow_is_stale = true; // numbers have changed
             if (before == c_) before = e->prev;
