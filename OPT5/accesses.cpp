@@ -295,7 +295,8 @@ class LISTER {
 
     std::vector<ACCESS>& accesses_;
     const bool parts_;
-    std::vector<ITEM> pending_;
+    // Empty between two runs, of which there is one for each statement of each analysis: the memory stays.
+    static inline std::vector<ITEM> pending_;
 };
 
 bool may_be_private(const SYMTAB* symbol) {
@@ -342,7 +343,23 @@ NODE* name_of_place(NODE* place) {
     return place->op == NAME ? place : nullptr;
 }
 
-PRIVATE_SYMBOLS::PRIVATE_SYMBOLS(bool parts) : parts_(parts) {
+namespace {
+
+bool is_setjmp(NODE* node) {
+    if (node->op != CALL && node->op != UCALL) return false;
+    const SYMTAB* callee = get_callee_for_call(node);
+    return callee != nullptr && std::strcmp(skip_name_prefix(callee->name), "setjmp") == 0;
+}
+
+// Most programs have none, and need not be searched for calls of it.
+bool setjmp_is_declared() {
+    return find_external_symbol("setjmp") != nullptr || find_external_symbol("_setjmp") != nullptr ||
+           find_external_symbol(".setjmp") != nullptr;
+}
+
+} // namespace
+
+PRIVATE_SYMBOLS::PRIVATE_SYMBOLS(bool parts) : parts_(parts), setjmp_is_declared_(setjmp_is_declared()) {
     numbers_.assign(currfuninfo->next_serial, -1);
     consider(currfuninfo->params);
     consider(currfuninfo->locals);
@@ -364,18 +381,8 @@ void PRIVATE_SYMBOLS::consider(SYMTAB* list) {
     }
 }
 
-namespace {
-
-bool is_setjmp(NODE* node) {
-    if (node->op != CALL && node->op != UCALL) return false;
-    const SYMTAB* callee = get_callee_for_call(node);
-    return callee != nullptr && std::strcmp(skip_name_prefix(callee->name), "setjmp") == 0;
-}
-
-} // namespace
-
 void PRIVATE_SYMBOLS::scan(NODE* tree, std::vector<ACCESS>& accesses) {
-    if (flow_is_known_ && any_node(tree, is_setjmp)) flow_is_known_ = false;
+    if (setjmp_is_declared_ && flow_is_known_ && any_node(tree, is_setjmp)) flow_is_known_ = false;
     accesses.clear();
     LISTER(accesses, parts_).run(tree);
     for (const ACCESS& access : accesses) {

@@ -70,6 +70,7 @@ class PRIVATE_SYMBOLS {
     std::vector<int> numbers_; // by serial
     bool flow_is_known_ = true;
     bool parts_;
+    bool setjmp_is_declared_;
 };
 
 #endif

@@ -40,6 +40,13 @@ bool is_part(const NODE* node) {
     }
 }
 
+bool has_vector_or_complex_symbol() {
+    for (SYMTAB* list : {currfuninfo->params, currfuninfo->locals, currfuninfo->temps})
+        for (SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next)
+            if (symbol->type->is_complex() || symbol->type->is_vector()) return true;
+    return false;
+}
+
 } // namespace
 
 void init_aliasing_info() {
@@ -63,6 +70,7 @@ void mark_aliased_vector_and_complex_symbols(bool reads_too, bool vectors) {
         if (symbol->type->is_complex() || (vectors && symbol->type->is_vector()))
             symbol->flags |= SF_ADDRESS_TAKEN;
     };
+    if (!has_vector_or_complex_symbol()) return;
     for_each_tree([&](NODE* tree) {
         walk_tree(tree, [&](NODE* node) {
             if (reads_too && is_part(node)) mark(node);
