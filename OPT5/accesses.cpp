@@ -10,6 +10,7 @@
 #include "node.h"
 #include "opcodes.h"
 #include "opt_expr.h"
+#include "optypes.h"
 #include "symbol.h"
 #include "types.h"
 
@@ -306,10 +307,9 @@ bool may_be_private(const SYMTAB* symbol) {
         case SC_REGISTER:
         case SC_PARM:
         case SC_REGPARM: break;
-        default:
-            return false; // above the last named parameter further arguments are read through its address
+        default: return false;
     }
-    return symbol->level > 0 && !symbol->otype->is_volatile() && !symbol->type->is_volatile();
+    return symbol->level > 0 && !symbol->type->is_volatile() && !has_volatile_part(symbol->otype);
 }
 
 } // namespace

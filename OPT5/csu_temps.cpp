@@ -17,6 +17,7 @@
 #include "node.h"
 #include "object_parts.h"
 #include "opcodes.h"
+#include "optypes.h"
 #include "symbol.h"
 #include "types.h"
 

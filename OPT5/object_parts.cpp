@@ -99,21 +99,3 @@ NODE* constant_in_bit_field(const NODE* constant, unsigned width, TYPE* type) {
     const auto value = static_cast<std::int64_t>(bits);
     return mk_ICON(is_negative ? INT65::from_signed(value) : INT65::from_unsigned(bits), type);
 }
-
-bool has_volatile_part(TYPE* type) {
-    std::vector<TYPE*> pending{type};
-    std::unordered_set<const TYPE*> seen;
-    while (!pending.empty()) {
-        TYPE* part = pending.back();
-        pending.pop_back();
-        if (part->is_volatile()) return true;
-        if (part->is_array()) {
-            pending.push_back(part->elem_type());
-        } else if (part->is_csu() && seen.insert(part->true_type()).second) {
-            const CSU_BODY& body = part->true_type()->csu();
-            for (const fkMDATA* member : body.members) pending.push_back(member->type);
-            for (const fkBCLASS& base : body.bases) pending.push_back(base.type);
-        }
-    }
-    return false;
-}

@@ -29,8 +29,4 @@ bool same_part(const PART& a, const PART& b);
 // What a read of the bit-field gives behind a store of the constant: a new ICON of the field's type.
 NODE* constant_in_bit_field(const NODE* constant, unsigned width, TYPE* type);
 
-// Whether an object of the type has a volatile part, so that a copy of it accesses something volatile. Linear
-// in the types that it is made of.
-bool has_volatile_part(TYPE* type);
-
 #endif

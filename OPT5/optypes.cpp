@@ -1,5 +1,8 @@
 #include "optypes.h"
 
+#include <unordered_set>
+#include <vector>
+
 #include "files.h"
 #include "fpsmath.h"
 #include "node.h"
@@ -42,6 +45,25 @@ INT65 int_type_max(TYPE* type) {
 
 bool value_fits_in_type(const INT65& value, TYPE* type) {
     return int_type_min(type) <= value && value <= int_type_max(type);
+}
+
+bool has_volatile_part(TYPE* type) {
+    if (type->is_scalar()) return type->is_volatile();
+    std::vector<TYPE*> pending{type};
+    std::unordered_set<const TYPE*> seen;
+    while (!pending.empty()) {
+        TYPE* part = pending.back();
+        pending.pop_back();
+        if (part->is_volatile()) return true;
+        if (part->is_array()) {
+            pending.push_back(part->elem_type());
+        } else if (part->is_csu() && seen.insert(part->true_type()).second) {
+            const CSU_BODY& body = part->true_type()->csu();
+            for (const fkMDATA* member : body.members) pending.push_back(member->type);
+            for (const fkBCLASS& base : body.bases) pending.push_back(base.type);
+        }
+    }
+    return false;
 }
 
 int power_of_2(const INT65& value) {

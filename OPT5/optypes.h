@@ -25,6 +25,10 @@ INT65 int_type_max(TYPE* type);
 // Whether the number is one that an object of the integral or pointer type can hold.
 bool value_fits_in_type(const INT65& value, TYPE* type);
 
+// Whether an object of the type has a volatile part, so that a copy of it accesses something volatile. Linear
+// in the types that it is made of.
+bool has_volatile_part(TYPE* type);
+
 // k where the value is 2 to the k, -1 where it is no power of two or not positive.
 int power_of_2(const INT65& value);
 

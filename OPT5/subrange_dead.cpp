@@ -29,6 +29,7 @@
 #include "object_parts.h"
 #include "opcodes.h"
 #include "opt_expr.h"
+#include "optypes.h"
 #include "simp.h"
 #include "subrange.h"
 #include "symbol.h"
