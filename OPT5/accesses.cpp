@@ -56,6 +56,12 @@ NODE* base_of_address(NODE* address) {
     }
 }
 
+// The place from whose address the pointer's value is reckoned; null where that is no constant address.
+NODE* place_at_address(NODE* pointer) {
+    while (NODE* base = base_of_address(pointer)) pointer = base;
+    return pointer->op == UAND ? pointer->left : nullptr;
+}
+
 // Whether the members that the place takes belong to something that is a place itself.
 bool is_place(const NODE* place) {
     while (place->op == STDOT) place = place->left;
@@ -94,13 +100,10 @@ bool part_is_volatile(const NODE* place) {
                     break;
                 }
                 [[fallthrough]];
-            case UMULT: {
-                NODE* address = place->left;
-                while (NODE* base = base_of_address(address)) address = base;
-                if (address->op != UAND) return false;
-                place = address->left;
+            case UMULT:
+                place = place_at_address(place->left);
+                if (place == nullptr) return false;
                 break;
-            }
             default: return false;
         }
     }
@@ -326,13 +329,10 @@ NODE* name_of_part(NODE* place) {
             case NAME: return place;
             case STDOT: place = place->left; break;
             case UMULT:
-            case STREF: {
-                NODE* address = place->left;
-                while (NODE* base = base_of_address(address)) address = base;
-                if (address->op != UAND) return nullptr;
-                place = address->left;
+            case STREF:
+                place = place_at_address(place->left);
+                if (place == nullptr) return nullptr;
                 break;
-            }
             default: return nullptr;
         }
     }

@@ -36,17 +36,7 @@ bool compare(int op, INT65 a, INT65 b, TYPE* type) {
     const bool is_unsigned = op == ULT || op == ULE || op == UGT || op == UGE;
     a = is_unsigned ? a & type_mask(type) : truncate_to_type(a, type);
     b = is_unsigned ? b & type_mask(type) : truncate_to_type(b, type);
-    switch (op) {
-        case EQ: return a == b;
-        case NEQ: return a != b;
-        case LT:
-        case ULT: return a < b;
-        case LE:
-        case ULE: return a <= b;
-        case GT:
-        case UGT: return a > b;
-        default: return a >= b;
-    }
+    return comparison_holds(op, a, b);
 }
 
 class EXPECTATIONS {

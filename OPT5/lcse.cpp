@@ -22,6 +22,7 @@
 #include "bbutils.h"
 #include "block_effects.h"
 #include "erase.h"
+#include "extended_blocks.h"
 #include "fileopt.h"
 #include "files.h"
 #include "local_values.h"
@@ -468,35 +469,14 @@ void CSE::visit_block(BBLK* bb) {
     for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) visit_statement(cell);
 }
 
-bool has_one_predecessor(const BBLK* bb) {
-    return bb->predecessors != nullptr && bb->predecessors->next == nullptr;
-}
-
 void CSE::run() {
-    struct OPEN {
-        const EDGE* rest;
-        LOCAL_VALUES::MARK mark;
-    };
-    std::vector<OPEN> open;
-    const auto enter_block = [&](BBLK* bb) {
-        open.push_back({bb->successors, values_.open_scope()});
-        visit_block(bb);
-    };
-    for (BBLK* root = currfuninfo->bb_list; root != nullptr; root = root->next) {
-        if (has_one_predecessor(root)) continue;
-        enter_block(root);
-        while (!open.empty()) {
-            OPEN& top = open.back();
-            if (top.rest == nullptr) {
-                values_.close_scope(top.mark);
-                open.pop_back();
-                continue;
-            }
-            BBLK* bb = top.rest->bb;
-            top.rest = top.rest->next;
-            if (has_one_predecessor(bb)) enter_block(bb);
-        }
-    }
+    walk_extended_blocks(
+        [this](BBLK* bb) {
+            const LOCAL_VALUES::MARK mark = values_.open_scope();
+            visit_block(bb);
+            return mark;
+        },
+        [this](const LOCAL_VALUES::MARK& mark) { values_.close_scope(mark); });
     finish();
 }
 

@@ -6,6 +6,7 @@
 #ifndef OPT5_OPTYPES_H
 #define OPT5_OPTYPES_H
 
+#include "opcodes.h"
 #include "xint.h"
 
 class NODE;
@@ -21,6 +22,22 @@ INT65 type_mask(TYPE* type);
 // The limits of an integral or pointer type.
 INT65 int_type_min(TYPE* type);
 INT65 int_type_max(TYPE* type);
+
+// Whether the comparison by the operator, from EQ to UGT, holds between two numbers. Telling numbers with and
+// without sign apart is the caller's.
+template <class NUMBER> bool comparison_holds(int op, const NUMBER& a, const NUMBER& b) {
+    switch (op) {
+        case op::EQ: return a == b;
+        case op::NEQ: return a != b;
+        case op::LT:
+        case op::ULT: return a < b;
+        case op::LE:
+        case op::ULE: return a <= b;
+        case op::GT:
+        case op::UGT: return a > b;
+        default: return a >= b;
+    }
+}
 
 // Whether the number is one that an object of the integral or pointer type can hold.
 bool value_fits_in_type(const INT65& value, TYPE* type);

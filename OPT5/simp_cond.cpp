@@ -39,19 +39,7 @@ INTERVAL interval_of(NODE* tree, const NUMBERS& numbers, ::LOOP* loop) {
 
 bool is_integer_comparison(int op) { return op >= EQ && op <= UGT; }
 
-bool compare(int op, WIDE a, WIDE b) {
-    switch (op) {
-        case EQ: return a == b;
-        case NEQ: return a != b;
-        case LT:
-        case ULT: return a < b;
-        case LE:
-        case ULE: return a <= b;
-        case GT:
-        case UGT: return a > b;
-        default: return a >= b;
-    }
-}
+bool compare(int op, WIDE a, WIDE b) { return comparison_holds(op, a, b); }
 
 int comparison_with_sign(int op, bool is_unsigned) {
     switch (op) {

@@ -33,6 +33,7 @@
 #include "debug.h"
 #include "dump.h"
 #include "erase.h"
+#include "extended_blocks.h"
 #include "fileopt.h"
 #include "files.h"
 #include "node.h"
@@ -523,35 +524,14 @@ void SUBRANGE_CSE::visit_block(BBLK* bb) {
     for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) visit_statement(cell);
 }
 
-bool has_one_predecessor(const BBLK* bb) {
-    return bb->predecessors != nullptr && bb->predecessors->next == nullptr;
-}
-
 void SUBRANGE_CSE::run() {
-    struct OPEN {
-        const EDGE* rest;
-        std::size_t mark;
-    };
-    std::vector<OPEN> open;
-    const auto enter_block = [&](BBLK* bb) {
-        open.push_back({bb->successors, log_.size()});
-        visit_block(bb);
-    };
-    for (BBLK* root = currfuninfo->bb_list; root != nullptr; root = root->next) {
-        if (has_one_predecessor(root)) continue;
-        enter_block(root);
-        while (!open.empty()) {
-            OPEN& top = open.back();
-            if (top.rest == nullptr) {
-                undo(top.mark);
-                open.pop_back();
-                continue;
-            }
-            BBLK* bb = top.rest->bb;
-            top.rest = top.rest->next;
-            if (has_one_predecessor(bb) && !bb->is_kept) enter_block(bb);
-        }
-    }
+    walk_extended_blocks(
+        [this](BBLK* bb) {
+            const std::size_t mark = log_.size();
+            visit_block(bb);
+            return mark;
+        },
+        [this](std::size_t mark) { undo(mark); });
     finish();
 }
 
