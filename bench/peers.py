@@ -52,8 +52,8 @@ def with_total(counts):
 
 def executed_by_level(bench):
     """Gives ([(columns,), (name of an optimiser, figures)...], the names of the programs that count)."""
-    ratios = {f"{who} {level}": {c: [] for c in (*COLUMNS, "total")}
-              for level in LEVELS for who in ("opt5 level", "opt-14 O")}
+    ratios = {f"{who}{level}": {c: [] for c in (*COLUMNS, "total")}
+              for level in LEVELS for who in ("opt5 level ", "opt-14 O")}
     names = []
     with Workbench(bench.bin, verify=False) as workbench:
         for source in sorted(glob.glob(os.path.join(PROJECT, "tests", "programs", "*.c"))):
@@ -72,10 +72,10 @@ def executed_by_level(bench):
                 continue
             names.append(os.path.basename(source)[:-2])
             for level in LEVELS:
-                for who, before, after in (("opt5 level", original.counts, ours[level].counts),
+                for who, before, after in (("opt5 level ", original.counts, ours[level].counts),
                                            ("opt-14 O", theirs[0], theirs[level])):
                     before, after = with_total(before), with_total(after)
-                    for c, of_class in ratios[f"{who} {level}"].items():
+                    for c, of_class in ratios[f"{who}{level}"].items():
                         if before[c] > 0:
                             of_class.append(max(after[c], 0.5) / before[c])
     rows = [(COLUMNS,)]
