@@ -27,23 +27,6 @@ bool place_is_volatile(const NODE* place) {
     return node_is_volatile_access(place);
 }
 
-// The NAME that the place is or takes a part of, by whatever operator.
-NODE* name_under_place(NODE* place) {
-    for (;;) {
-        switch (place->op) {
-            case NAME: return place;
-            case STDOT:
-            case STFIELD:
-            case VFIELD:
-            case REAL:
-            case IMAG:
-            case SIMDHI:
-            case SIMDLO: place = place->left; break;
-            default: return nullptr;
-        }
-    }
-}
-
 // The pointer that the address is reckoned from; null where it is the start itself.
 NODE* base_of_address(NODE* address) {
     switch (address->op) {
@@ -82,6 +65,12 @@ NODE* place_under_parts(NODE* place) {
             default: return place;
         }
     }
+}
+
+// The NAME that the place is or takes a part of, by whatever operator; null where there is none.
+NODE* name_under_place(NODE* place) {
+    place = place_under_parts(place);
+    return place->op == NAME ? place : nullptr;
 }
 
 // A function's name stands for no storage.

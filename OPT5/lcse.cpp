@@ -9,10 +9,9 @@
 // statement only the first way will do, and no variable will that the statement changes on the way.
 
 #include "lcse.h"
+#include "insertions.h"
 
-#include <algorithm>
 #include <cstdint>
-#include <unordered_map>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -94,10 +93,6 @@ class CSE {
         int holder; // -1: take the leader
         int leader;
     };
-    struct INSERTION {
-        int occurrence; // they stand in order of evaluation
-        NODE* statement;
-    };
 
     void visit_block(BBLK* bb);
     void visit_statement(LIST* cell);
@@ -130,7 +125,7 @@ class CSE {
     LOCAL_VALUES values_;
     std::vector<int> holders_; // by value: the variable that was given it last; -1 for none
     std::vector<OCCURRENCE> occurrences_;
-    std::unordered_map<const LIST*, std::vector<INSERTION>> insertions_; // ahead of the cell
+    INSERTIONS insertions_; // by occurrence: they stand in order of evaluation
     std::unordered_set<const void*> known_as_changed_;
     std::vector<std::pair<LIST*, BBLK*>> changed_cells_;
     std::vector<BBLK*> changed_blocks_;
@@ -508,7 +503,7 @@ NODE* CSE::name_of_leader(int leader) {
         *computed = *place;
         NODE* assignment = mk_ASG(mk_NAME(first.temp), computed);
         if (first.may_go_ahead) {
-            insertions_[first.cell].push_back({leader, assignment});
+            insertions_.add(first.cell, leader, assignment);
             overwrite(place, coerce_to_type(mk_NAME(first.temp), type));
         } else {
             overwrite(place, assignment);
@@ -539,18 +534,7 @@ void CSE::apply(const MATCH& match) {
 void CSE::finish() {
     for (auto [cell, bb] : changed_cells_) cell->first = simp_tree(cell->first, bb->loop);
     for (BBLK* bb : changed_blocks_) {
-        for (LIST** place = &bb->statements; *place != nullptr; place = &(*place)->next) {
-            LIST* cell = *place;
-            const auto found = insertions_.find(cell);
-            if (found == insertions_.end()) continue;
-            std::vector<INSERTION>& ahead = found->second;
-            std::sort(ahead.begin(), ahead.end(),
-                      [](const INSERTION& a, const INSERTION& b) { return a.occurrence < b.occurrence; });
-            for (const INSERTION& insertion : ahead) {
-                *place = mkelist(simp_tree(insertion.statement, bb->loop), cell, cell->psn);
-                place = &(*place)->next;
-            }
-        }
+        insertions_.put_into(bb);
         bb->statements = promote_toplevel_COMMAOPs_in_list(bb->statements);
     }
 }

@@ -36,6 +36,7 @@
 #include "extended_blocks.h"
 #include "fileopt.h"
 #include "files.h"
+#include "insertions.h"
 #include "node.h"
 #include "object_parts.h"
 #include "opcodes.h"
@@ -87,10 +88,6 @@ class SUBRANGE_CSE {
         TYPE* type;
         SYMTAB* temp; // null until one is needed
     };
-    struct INSERTION {
-        int occurrence;
-        NODE* statement;
-    };
     // What undoes a change.
     struct CHANGE {
         enum KIND : std::uint8_t { FACT_GONE, FACT_NEW, OBJECT_VERSION, VARIABLE, MEMORY } kind;
@@ -136,8 +133,8 @@ class SUBRANGE_CSE {
     std::unordered_map<const SYMTAB*, OBJECT> objects_;
     std::vector<CHANGE> log_;
     std::vector<OCCURRENCE> occurrences_;
-    std::unordered_map<const LIST*, std::vector<INSERTION>> insertions_; // ahead of the cell
-    std::unordered_map<const LIST*, BBLK*> block_of_cell_;               // of occurrences
+    INSERTIONS insertions_;                                // by occurrence: they stand in order of evaluation
+    std::unordered_map<const LIST*, BBLK*> block_of_cell_; // of occurrences
     std::vector<std::pair<LIST*, BBLK*>> changed_;
     std::vector<NODE*> garbage_;
 
@@ -279,7 +276,7 @@ SYMTAB* SUBRANGE_CSE::temp_of(int occurrence) {
         erase_node(name);
     }
     NODE* assignment = mk_ASG(mk_NAME(first.temp), coerce_to_type(computed, first.type));
-    insertions_[first.cell].push_back({occurrence, assignment});
+    insertions_.add(first.cell, occurrence, assignment);
     note_changed(first.cell, block_of_cell_.at(first.cell));
     return first.temp;
 }
@@ -545,18 +542,7 @@ void SUBRANGE_CSE::finish() {
             LIST* cell = changed_[i].first;
             if (cell->first != nullptr) cell->first = tidy_statement(cell->first, settled);
         }
-        for (LIST** place = &bb->statements; *place != nullptr; place = &(*place)->next) {
-            LIST* cell = *place;
-            const auto found = insertions_.find(cell);
-            if (found == insertions_.end()) continue;
-            std::vector<INSERTION>& ahead = found->second;
-            std::sort(ahead.begin(), ahead.end(),
-                      [](const INSERTION& a, const INSERTION& b) { return a.occurrence < b.occurrence; });
-            for (const INSERTION& insertion : ahead) {
-                *place = mkelist(simp_tree(insertion.statement, bb->loop), cell, cell->psn);
-                place = &(*place)->next;
-            }
-        }
+        insertions_.put_into(bb);
         bb->statements = tidy_statement_list(bb->statements);
     }
     for (NODE* tree : garbage_) erase_tree(tree);
