@@ -27,7 +27,7 @@ NODE* copy_node(NODE* node, bool keep_scratch) {
     copy->text = node->text;
     copy->text_length = node->text_length;
     copy->u2 = node->u2;
-    copy->flags = node->flags & NF_RECEIVES_PARAMETER;
+    copy->flags = node->flags & NF_KEPT_BY_COPIES;
     if (keep_scratch) {
         std::memcpy(copy->scratch, node->scratch, sizeof copy->scratch);
         std::memcpy(copy->scratch2, node->scratch2, sizeof copy->scratch2);

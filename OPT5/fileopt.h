@@ -21,6 +21,7 @@ class LS;
 class NODE;
 class SYMTAB;
 class TYPE;
+struct CALLSITE;
 struct FUNINFO;
 struct LBL;
 struct LIST;
@@ -101,10 +102,18 @@ struct FUNINFO {
     std::int32_t size = 0;       // body size in units of scan_for_funinfo
     std::int32_t cg_number = -1; // position in the ordered call graph
     std::uint16_t nCallers = 0;
-    std::int16_t nArgs = 0;          // common to all calls; -1 when unknown
-    std::uint32_t profile_state = 0; // 0 none, 1 being built, 2 profiled
-    std::uint32_t entry_count = 0xffffffffu;
-    std::string name; // without prefix
+    std::int16_t nArgs = 0;                  // common to all calls; -1 when unknown
+    std::uint32_t profile_state = 0;         // 0 none, 1 being built, 2 profiled
+    std::uint32_t entry_count = 0xffffffffu; // profiled entries; all ones: unknown
+    std::uint32_t unique_call_index = 0;     // call sites numbered so far
+    std::vector<bool>
+        inlined_sites; // by unique_call_index: the site is to be integrated; false behind its end
+    std::uint16_t remaining_sites = 0; // call sites of this function that are not to be integrated
+    std::uint32_t est_size = 0, est_bbs = 0, est_syms = 0, est_loops = 0, est_calls = 0; // see inliner.h
+    std::int32_t pressure = 0;                                                           // register pressure
+    std::uint32_t density = 0;        // executed units, over all blocks
+    std::vector<CALLSITE*> callsites; // of the calls in this function; see inliner.h
+    std::string name;                 // without prefix
     const char* source_file = "NO_PSN_FILE";
 
     // The body, alive from reading to "output function".
@@ -138,6 +147,10 @@ struct FUNINFO {
     SNMAP snmap;                           // values of symbols, while a propagation is under way
     SPMAP spmap;                           // pointees of pointers that are assigned once
     std::vector<PRAGMA*> owned_pragmas;    // of the body's statements and symbols; freed by erase_all
+
+    // The integrable definition: a private copy of the body, with a pool, blocks, symbols, scopes and an
+    // exception table of its own. Null where there is none. See copy_cfg.h.
+    std::unique_ptr<FUNINFO> integrable_cfg;
 
     std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }
 };

@@ -189,7 +189,8 @@ int count_arguments(const NODE* call) {
 void SCAN::visit_call(const ITEM& item) {
     NODE* call = item.node;
     call_count++;
-    call->scratch3 = static_cast<std::uint32_t>(call_count); // unique_call_index
+    call->call_owner = f_;
+    call->unique_call_index = static_cast<std::uint32_t>(call_count);
     visit_arguments(call->op == CALL ? call->right : nullptr, item, false);
     SYMTAB* symbol = get_callee_for_call(call);
     if (symbol != nullptr && symbol->level == 0) {

@@ -23,13 +23,16 @@ class LS;
 class SYMTAB;
 class TYPE;
 struct DDEP;
+struct FUNINFO;
 struct LBL;
 struct PRAGMA;
 struct fkMDATA;
 struct simul_fval;
 
 // Bits of NODE::flags.
-constexpr std::uint32_t NF_RECEIVES_PARAMETER = 2; // part of the argument prolog
+constexpr std::uint32_t NF_RECEIVES_PARAMETER = 2;     // part of the argument prolog
+constexpr std::uint32_t NF_INLINE_DEPTH = 0x00ff0000u; // of a call: how many integrations brought it here
+constexpr std::uint32_t NF_KEPT_BY_COPIES = NF_RECEIVES_PARAMETER | NF_INLINE_DEPTH;
 
 constexpr std::uint32_t NO_PROFILE = 0xffffffffu; // edge_profile of a node without a count
 
@@ -43,7 +46,10 @@ class NODE final : public BASE_NODE {
         INT65 lval; // ICON, LABEL, SKIP, SWITCH, CALL, ASM
         void* rval; // see the typed readers below
     } u;
-    fkMDATA* mdata;           // FIELD: the member
+    union {
+        fkMDATA* mdata;      // FIELD: the member
+        FUNINFO* call_owner; // CALL, UCALL: the function whose call site it is, also in an integrated copy
+    };
     std::uint32_t scratch[4]; // analysis scratch, free for the pass that holds the node
     LS* ls;                   // location set of the lvalue
     std::uint32_t scratch2[2];
@@ -52,10 +58,13 @@ class NODE final : public BASE_NODE {
     double freq; // -1.0: unknown
     DDEP* ddep;
     std::uint16_t ddnode_number;
-    LBL* label;                // LABEL, LABELDEF
-    const char* text;          // SCON: the bytes; FCON: cached text; ASM: the text
-    std::uint32_t text_length; // SCON
-    std::uint32_t flags;       // analysis flags; the low bit is cleared by every constructor
+    LBL* label;       // LABEL, LABELDEF
+    const char* text; // SCON: the bytes; FCON: cached text; ASM: the text
+    union {
+        std::uint32_t text_length;       // SCON
+        std::uint32_t unique_call_index; // CALL, UCALL: the site's number in `call_owner`, from 1; 0 for none
+    };
+    std::uint32_t flags; // NF_*; the low bit is cleared by every constructor
     union {
         std::uint32_t i_eht_id; // CALL, UCALL as read
         NODE* ocall;            // the call from which call integration copied this one
@@ -66,8 +75,10 @@ class NODE final : public BASE_NODE {
     SYMTAB* symbol() const { return static_cast<SYMTAB*>(u.rval); }            // NAME
     TYPE* csu() const { return static_cast<TYPE*>(u.rval); }                   // FIELD
     const char* intrinsic() const { return static_cast<const char*>(u.rval); } // ICALL family
-    simul_fval* fval() const { return static_cast<simul_fval*>(u.rval); }      // FCON
-    PRAGMA* pragma() const { return static_cast<PRAGMA*>(u.rval); }            // PPRAGMA
+    unsigned inline_depth() const { return (flags & NF_INLINE_DEPTH) >> 16; }  // CALL, UCALL
+    void set_inline_depth(unsigned depth) { flags = (flags & ~NF_INLINE_DEPTH) | depth << 16; }
+    simul_fval* fval() const { return static_cast<simul_fval*>(u.rval); } // FCON
+    PRAGMA* pragma() const { return static_cast<PRAGMA*>(u.rval); }       // PPRAGMA
 
     // Nodes come from the current pool and go back by erase_node.
     static void* operator new(std::size_t size);
