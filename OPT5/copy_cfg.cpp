@@ -11,6 +11,7 @@
 #include "copy.h"
 #include "fileopt.h"
 #include "files.h"
+#include "in_function.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -22,25 +23,6 @@
 using namespace op;
 
 namespace {
-
-// Makes a function the current one for as long as the object lives.
-class IN_FUNCTION {
-  public:
-    explicit IN_FUNCTION(FUNINFO* function) : saved_function_(currfunc), saved_record_(currfuninfo) {
-        currfunc = function->symbol;
-        currfuninfo = function;
-    }
-    ~IN_FUNCTION() {
-        currfunc = saved_function_;
-        currfuninfo = saved_record_;
-    }
-    IN_FUNCTION(const IN_FUNCTION&) = delete;
-    IN_FUNCTION& operator=(const IN_FUNCTION&) = delete;
-
-  private:
-    SYMTAB* saved_function_;
-    FUNINFO* saved_record_;
-};
 
 class COPIER {
   public:
