@@ -16,7 +16,9 @@
 #include "explode_structs.h"
 #include "fileopt.h"
 #include "files.h"
+#include "integrate.h"
 #include "lcse.h"
+#include "ls.h"
 #include "merge_symbols.h"
 #include "output.h"
 #include "pass.h"
@@ -27,6 +29,7 @@
 #include "sti_to_cinit.h"
 #include "subrange.h"
 #include "superblocks.h"
+#include "symbol.h"
 #include "version.h"
 
 namespace {
@@ -39,7 +42,11 @@ void pass_2_header() {
 }
 
 void pass_2_inits() {
+    LS::print(currfuninfo->scopes);
+    LS::validate(currfuninfo->scopes);
+    integrate_calls_in_function();
     promote_all_embedded_assignments();
+    sym_split(currfuninfo);
     simpcfg(false, false);
 }
 
@@ -82,7 +89,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
      "orders the functions by the call graph and drops those that need no code"},
     // From here on each function goes to the end before the next one starts.
     {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits,
-     "makes statements of the assignments inside expressions; cleans the flow graph"},
+     "replaces the calls chosen for inlining by copies of their callees; makes statements of the assignments "
+     "inside expressions; cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, build_stack_sharing_type,
      "gives arrays and structures of blocks that never live together the same room in the frame"},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
