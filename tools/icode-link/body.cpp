@@ -196,11 +196,11 @@ class copier final : public IF_CLIENT {
 
     linker& owner_;
     input& in_;
-    I_FILE* to_ = nullptr;              // the output, from the body on
+    I_FILE* to_ = nullptr; // the output, from the body on
     bool in_body_ = true;
-    bool is_dropped_ = false;           // the function at hand has given way to another
+    bool is_dropped_ = false;            // the function at hand has given way to another
     std::unique_ptr<model::pool> nodes_; // of the function or initialiser at hand
-    model::pool kept_nodes_;            // of `kept_inits_`
+    model::pool kept_nodes_;             // of `kept_inits_`
     std::vector<std::pair<model::symbol*, INIT_TREES>> kept_inits_; // that stand in the body
 };
 

@@ -26,7 +26,7 @@ namespace linking {
 // How strongly a symbol holds its name, from weak to strong. Of two equal ones the first stands; two of the
 // strongest are an error.
 enum class strength {
-    declared,    // with a type that leaves something open: no parameters, no number of elements
+    declared, // with a type that leaves something open: no parameters, no number of elements
     declared_in_full,
     replaceable, // defined, but weak, inline or a member of a group
     defined
@@ -38,7 +38,7 @@ struct input {
     unsigned number = 0; // from 1, in the order given
     I_FILE* file = nullptr;
     std::unique_ptr<IF_CLIENT> client;
-    std::vector<model::symbol*> globals;                // in file order
+    std::vector<model::symbol*> globals; // in file order
     std::vector<OPTION_SET> option_sets;
     std::unordered_map<unsigned, unsigned> set_numbers; // of the file's sets, to those of the output
 };
@@ -55,10 +55,11 @@ class linker {
 
     // Opens a file and reads its types and global symbols. A file that is none ends the run.
     void add(const std::string& name);
-    // Settles which symbol stands for each name, the option sets and the types. All files have been added. Two
-    // definitions of a name, or types that contradict each other, end the run.
+    // Settles which symbol stands for each name, the option sets and the types. All files have been added.
+    // Two definitions of a name, or types that contradict each other, end the run.
     void resolve();
-    // Writes the merged file to `stream`, which it closes; `name` stands in messages. False on a stream error.
+    // Writes the merged file to `stream`, which it closes; `name` stands in messages. False on a stream
+    // error.
     bool write(std::FILE* stream, const std::string& name);
 
     // --- For the reader of one file.
