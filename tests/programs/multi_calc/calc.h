@@ -6,7 +6,7 @@ struct word {
     union {
         long number;
         char sign;
-        struct entry *entry;
+        struct entry* entry;
     } u;
 };
 
@@ -14,13 +14,13 @@ struct entry {
     char name[8];
     long value;
     long (*call)(long);
-    struct entry *next;
+    struct entry* next;
 };
 
-void start(const char *text);
-int next_word(struct word *w);
-struct entry *find(const char *name, int length);
-void define(const char *name, long value, long (*call)(long));
+void start(const char* text);
+int next_word(struct word* w);
+struct entry* find(const char* name, int length);
+void define(const char* name, long value, long (*call)(long));
 extern unsigned lookups;
 long expression(int least);
 extern int errors;

@@ -1,5 +1,5 @@
-#include <stdio.h>
 #include "calc.h"
+#include <stdio.h>
 
 static struct word now;
 int errors;
@@ -14,7 +14,7 @@ static long primary(void) {
         value = now.u.number;
         advance();
     } else if (now.kind == NAME) {
-        struct entry *e = now.u.entry;
+        struct entry* e = now.u.entry;
         advance();
         value = e->call ? e->call(primary()) : e->value;
     } else if (now.kind == SIGN && now.u.sign == '(') {
@@ -42,8 +42,10 @@ long expression(int least) {
             case '-': left -= right; break;
             case '*': left *= right; break;
             default:
-                if (right) left /= right;
-                else errors++;
+                if (right)
+                    left /= right;
+                else
+                    errors++;
         }
     }
     return left;
@@ -51,7 +53,7 @@ long expression(int least) {
 
 static long square(long x) { return x * x; }
 
-static long evaluate(const char *text) {
+static long evaluate(const char* text) {
     errors = 0;
     start(text);
     advance();
@@ -59,8 +61,9 @@ static long evaluate(const char *text) {
 }
 
 int main(void) {
-    static const char *const lines[] = { "1 + 2 * 3", "(1+2)*3 - -4", "answer * 1000 / 3", "square(12) - square 3",
-                                         "half 7 + half(9)", "1 / 0", "2 * $ + 1", "unknown + answer" };
+    static const char* const lines[] = {
+        "1 + 2 * 3",        "(1+2)*3 - -4", "answer * 1000 / 3", "square(12) - square 3",
+        "half 7 + half(9)", "1 / 0",        "2 * $ + 1",         "unknown + answer"};
     unsigned i;
     define("answer", 42, 0);
     define("square", 0, square);

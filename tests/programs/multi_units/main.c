@@ -1,18 +1,20 @@
 /* What is shared between files and what is not: names, types, weak definitions. */
-#include <stdio.h>
 #include "shared.h"
+#include <stdio.h>
 
-struct scratch { int a; };            /* another file has a larger one of this name */
-static int state = 3;                 /* and a static of this name */
-static const char *label(void) { return "main"; }
+struct scratch {
+    int a;
+};                    /* another file has a larger one of this name */
+static int state = 3; /* and a static of this name */
+static const char* label(void) { return "main"; }
 
-extern int table[];                   /* its length is another file's business */
-struct opaque *hidden(void);          /* never complete here */
-int hidden_value(struct opaque *);
+extern int table[];          /* its length is another file's business */
+struct opaque* hidden(void); /* never complete here */
+int hidden_value(struct opaque*);
 
-WEAK int chosen(void) { return 1; }   /* replaced by a strong one */
+WEAK int chosen(void) { return 1; } /* replaced by a strong one */
 WEAK int fallback(void) { return 10; }
-WEAK int setting = 5;                 /* replaced, too */
+WEAK int setting = 5; /* replaced, too */
 
 int main_has(int n) { return n + state; }
 
@@ -22,12 +24,12 @@ static int bump(int by) {
     return count;
 }
 
-static void show(const char *what, int value) { printf("%s: %d\n", what, value); }
+static void show(const char* what, int value) { printf("%s: %d\n", what, value); }
 
 int main(void) {
-    struct scratch s = { 4 };
+    struct scratch s = {4};
     struct node nodes[3];
-    struct node *list = 0;
+    struct node* list = 0;
     int i;
     for (i = 0; i < 3; i++) list = push(&nodes[i], list, i + 1);
     show("sum", sum(list));

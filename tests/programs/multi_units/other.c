@@ -1,11 +1,14 @@
 #include "shared.h"
 
-struct scratch { long a[3]; char b; };
+struct scratch {
+    long a[3];
+    char b;
+};
 static int state = 30;
-static const char *label(void) { return "other"; }
+static const char* label(void) { return "other"; }
 
-int table[] = { 1, 2, 3, 4, 5 };
-struct node *head;
+int table[] = {1, 2, 3, 4, 5};
+struct node* head;
 enum shade shade = DARK;
 volatile int tick = 1;
 int setting = 50;
@@ -14,14 +17,14 @@ int chosen(void) { return 2; }
 int fallback(void);
 WEAK int fallback(void) { return 20; }
 
-struct node *push(struct node *n, struct node *next, int value) {
+struct node* push(struct node* n, struct node* next, int value) {
     n->value = value;
     n->next = next;
     head = n;
     return n;
 }
 
-int sum(const struct node *n) {
+int sum(const struct node* n) {
     int s = 0;
     for (; n; n = n->next) s += n->value;
     return s;
@@ -30,7 +33,7 @@ int sum(const struct node *n) {
 int table_length(void) { return sizeof table / sizeof *table + table[1]; }
 
 int other_scratch(void) {
-    struct scratch s = { { 1, 2, 300 }, 'a' };
+    struct scratch s = {{1, 2, 300}, 'a'};
     return (int)s.a[2] + (s.b == 'a');
 }
 
@@ -43,7 +46,7 @@ static int bump(int by) {
 }
 
 int other_bump(int by) { return bump(by) + bump(by); }
-const char *other_label(void) { return label(); }
+const char* other_label(void) { return label(); }
 int apply(int (*f)(int), int argument) { return f(argument); }
 int other_clamp(int n) { return clamp(n); }
 int ticks(void) { return tick + tick; }

@@ -1,19 +1,23 @@
-#include <stdarg.h>
 #include "shared.h"
+#include <stdarg.h>
 
-struct opaque { int secret[2]; };
-static struct opaque state = { { 6, 7 } };
-const int limits[2] = { -9, 9 };
-pair both = { 1, 70000L };
+struct opaque {
+    int secret[2];
+};
+static struct opaque state = {{6, 7}};
+const int limits[2] = {-9, 9};
+pair both = {1, 70000L};
 
 static int plus(int a, int b) { return a + b; }
 static int minus(int a, int b) { return a - b; }
 static int times(int a, int b) { return a * b; }
-operation *const operations[OPS] = { plus, minus, times };
+operation* const operations[OPS] = {plus, minus, times};
 
-struct opaque *hidden(void) { return &state; }
-int hidden_value(struct opaque *o) { return o->secret[0] * o->secret[1]; }
-const int *where(void) { return limits + 1; }
+struct opaque* hidden(void) {
+    return &state;
+}
+int hidden_value(struct opaque* o) { return o->secret[0] * o->secret[1]; }
+const int* where(void) { return limits + 1; }
 
 pair swapped(pair p) {
     pair q;
