@@ -87,6 +87,7 @@ class SCAN {
         push(item.node->left, item);
     }
     void visit(ITEM item);
+    void note_fl_static(SYMTAB* symbol);
     void visit_object(SYMTAB* symbol);
     void visit_name(const NODE* node);
     void visit_indirect(const ITEM& item);
@@ -102,15 +103,19 @@ class SCAN {
     std::vector<ITEM> pending_;
 };
 
+void SCAN::note_fl_static(SYMTAB* symbol) {
+    if (marks_only_ || symbol->sclass != SC_STATIC || symbol->scanned_by == f_ ||
+        !symbol_has_pragma(symbol, PRAG_SCOPING_FUNC))
+        return;
+    symbol->scanned_by = f_;
+    f_->fl_statics.push_back(symbol);
+}
+
 void SCAN::visit_object(SYMTAB* symbol) {
     if (symbol->level == 0) {
         symbol->cqual |= CQ_REFERENCED;
         clear(FUN_no_global_use);
-        if (symbol->sclass == SC_STATIC && symbol_has_pragma(symbol, PRAG_SCOPING_FUNC) &&
-            symbol->scanned_by != f_ && !marks_only_) {
-            symbol->scanned_by = f_;
-            f_->fl_statics.push_back(symbol);
-        }
+        note_fl_static(symbol);
     }
     if (!is_immutable(symbol) && (symbol->level == 0 || symbol->otype->is_volatile())) clear(FUN_is_pure_fun);
 }
@@ -148,6 +153,7 @@ void SCAN::visit_address(const ITEM& item) {
             visit_name(object);
         } else if (symbol->level == 0) {
             symbol->cqual |= CQ_REFERENCED | CQ_ADDRESS_TAKEN;
+            note_fl_static(symbol);
             // What becomes of the address is not followed.
             clear(FUN_no_global_use | FUN_no_global_asg | FUN_is_pure_fun);
         }
@@ -164,6 +170,7 @@ void SCAN::visit_target(NODE* target, const ITEM& item) {
     if (SYMTAB* symbol = known_object(target->op == ARGREF ? target->left : target)) {
         if (symbol->level == 0) {
             symbol->cqual |= CQ_REFERENCED | CQ_WRITTEN;
+            note_fl_static(symbol);
             clear(FUN_is_pure_fun | FUN_no_global_asg);
         }
         if (symbol->otype->is_volatile()) clear(FUN_is_pure_fun);

@@ -10,6 +10,7 @@
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
+#include "fl_statics.h"
 #include "if_file.h"
 #include "ls.h"
 #include "node.h"
@@ -321,4 +322,5 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
 
 void OPT_CLIENT::end_of_input() {
     if (currfunc != nullptr) bad_input(here(), "the file ends inside the function");
+    change_fl_statics_to_auto();
 }
