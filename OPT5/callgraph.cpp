@@ -59,9 +59,9 @@ void add_to_count(std::uint16_t& count, std::uint32_t more) {
     count = static_cast<std::uint16_t>(std::min<std::uint32_t>(0xffff, count + more));
 }
 
-// An indirect call may reach any function whose address is taken: each such pair is an edge. There may be very
-// many, so they are not made one by one; FUN_calls_anonymous stands for them on the one side and the list of
-// anonymous functions on the other.
+// An indirect call may reach any function whose address is taken: each such pair is an edge. There may be
+// very many, so they are not made one by one; FUN_calls_anonymous stands for them on the one side and the
+// list of anonymous functions on the other.
 void resolve_indirect_calls() {
     for (const FUNINFO* function : fileinfo.defined)
         if (TEST_FLAG(function, FUN_calls_anonymous)) fileinfo.indirect_callers++;

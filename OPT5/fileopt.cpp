@@ -234,7 +234,8 @@ void init_FUNINFO_flags(FUNINFO* function, const char* name, bool is_system) {
 // The code that C++ runs before main is called by nobody here.
 void note_language(FUNINFO* function) {
     function->flags |= FUN_is_cpp;
-    if (function->symbol != nullptr && std::string_view(function->symbol->name).starts_with(STATIC_INITIALIZER))
+    if (function->symbol != nullptr &&
+        std::string_view(function->symbol->name).starts_with(STATIC_INITIALIZER))
         function->flags |= FUN_is_cg_root;
 }
 

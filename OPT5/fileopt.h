@@ -93,13 +93,14 @@ struct FUNINFO {
     CALL_EDGE* callees = nullptr;
     std::vector<SYMTAB*> fl_statics; // function-local statics of this function
     CALL_EDGE* dfs_cursor = nullptr;
-    std::shared_ptr<const BITVEC> reachable; // transitive callees by cg_number, the same object in all functions
-                                             // of a cycle; null before detect_recursion and in a huge file
-    std::int32_t cycle = -1;                 // functions that can reach one another bear one number; -1: not known
-    bool shares_cycle = false;               // another function, or the library, is on that cycle
-    std::uint32_t address_uses = 0;          // places where the address is taken
-    bool is_synonym = false;                 // a call of this function amounts to a call of another one:
-    FUNINFO* synonym_of = nullptr;           // of this one; null where the file does not have it
+    std::shared_ptr<const BITVEC>
+        reachable;                  // transitive callees by cg_number, the same object in all functions
+                                    // of a cycle; null before detect_recursion and in a huge file
+    std::int32_t cycle = -1;        // functions that can reach one another bear one number; -1: not known
+    bool shares_cycle = false;      // another function, or the library, is on that cycle
+    std::uint32_t address_uses = 0; // places where the address is taken
+    bool is_synonym = false;        // a call of this function amounts to a call of another one:
+    FUNINFO* synonym_of = nullptr;  // of this one; null where the file does not have it
     FUNINFO* last_caller = nullptr; // whose edge to this function is `last_edge`
     CALL_EDGE* last_edge = nullptr;
     TYPE* return_type = nullptr;
@@ -177,12 +178,12 @@ struct FILEINFO {
     std::vector<FUNINFO*> undefined_SYSTEM, undefined_OUTSIDE; // callees without a body here
     std::vector<FUNINFO*> synonyms;                            // those with a `synonym_of`
     std::unordered_set<const char*> asm_names; // words of assembly texts, interned; never walked
-    std::uint32_t indirect_callers = 0;  // functions with FUN_calls_anonymous
-    bool is_cpp = false;                 // the file is in C++
-    bool is_built = false;               // the ordered list stands, empty or not
-    bool globals_are_analyzed = false;   // analyze_global_symbols has run
-    bool recursion_is_known = false;     // detect_recursion has run
-    bool callees_are_reported = false;   // the undefined callees stand in the information file
+    std::uint32_t indirect_callers = 0;        // functions with FUN_calls_anonymous
+    bool is_cpp = false;                       // the file is in C++
+    bool is_built = false;                     // the ordered list stands, empty or not
+    bool globals_are_analyzed = false;         // analyze_global_symbols has run
+    bool recursion_is_known = false;           // detect_recursion has run
+    bool callees_are_reported = false;         // the undefined callees stand in the information file
     bool summary_is_open = false, summary_is_closed = false; // its section on the whole file
 };
 extern FILEINFO fileinfo;
@@ -228,15 +229,16 @@ void merge_callee_effects(FUNINFO* caller, const FUNINFO* callee);
 // Closes and orders the call graph, once; effects are propagated; the marks of globals are those of the code
 // that is left. Linear in functions and edges.
 void set_up_and_build_call_graph();
-// All that is found out about the whole file, in the order of the steps 3 to 8; what has run does not run again.
+// All that is found out about the whole file, in the order of the steps 3 to 8; what has run does not run
+// again.
 void analyze_call_graph();
 // Calls `visit` with every callee of a function of the graph that is defined here, through pointers too.
 template <class VISIT> void for_each_callee(const FUNINFO* function, VISIT visit);
 // Opens and closes the information file's section on the whole file; each does nothing but once.
 void open_file_summary();
 void close_file_summary();
-// A line "FILE:LINE: text" about a function or a global to the information file, where there is one; `psn` may
-// be null.
+// A line "FILE:LINE: text" about a function or a global to the information file, where there is one; `psn`
+// may be null.
 void info_sentence(const PSN* psn, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // Writes the record to the debug file.
 void dump_FUNINFO(const FUNINFO* function, const char* heading);

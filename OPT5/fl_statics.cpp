@@ -29,8 +29,8 @@ constexpr std::size_t AT_ONCE = 64; // statics looked at in one go, one bit each
 
 // What the search knows of the file.
 struct FILE_STATE {
-    std::unordered_set<const SYMTAB*> in_initialisers;   // only asked
-    std::unordered_map<const SYMTAB*, int> naming_count; // functions that name the static
+    std::unordered_set<const SYMTAB*> in_initialisers;        // only asked
+    std::unordered_map<const SYMTAB*, int> naming_count;      // functions that name the static
     std::unordered_map<const FUNINFO*, bool> may_return_here; // see may_come_back
     std::unordered_set<const SYMTAB*> safe;
 };
@@ -164,8 +164,8 @@ std::uint64_t WRITTEN_FIRST::run(const BBLK* bb, std::uint64_t written) {
     return written;
 }
 
-// Starts with everything written everywhere but at the entry, and takes back what some way to a block does not
-// write, until nothing changes: each block loses a bit at most once.
+// Starts with everything written everywhere but at the entry, and takes back what some way to a block does
+// not write, until nothing changes: each block loses a bit at most once.
 std::uint64_t WRITTEN_FIRST::solve() {
     const std::uint64_t all = ~std::uint64_t{0};
     std::vector<std::uint64_t> in(currfuninfo->blocks.size(), all);

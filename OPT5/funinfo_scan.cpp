@@ -58,8 +58,8 @@ void note_anonymous(SYMTAB* symbol) {
     fileinfo.anonymous.push_back(function);
 }
 
-// What one tree or several say of a function. With `marks_only` nothing but the marks of globals is taken from
-// them: the record stays as it is.
+// What one tree or several say of a function. With `marks_only` nothing but the marks of globals is taken
+// from them: the record stays as it is.
 class SCAN {
   public:
     explicit SCAN(FUNINFO* function, bool marks_only = false) : f_(function), marks_only_(marks_only) {}
@@ -332,8 +332,7 @@ void SCAN::visit(ITEM item) {
             push(node->left, item);
             return;
         case MEMCPY:
-            if (!marks_only_)
-                add_call_edge(f_, make_FUNINFO("memcpy"), item.discarded, !item.conditional);
+            if (!marks_only_) add_call_edge(f_, make_FUNINFO("memcpy"), item.discarded, !item.conditional);
             clear(FUN_no_ind_use | INDIRECT_STORE);
             break;
         case MCALL:
@@ -518,7 +517,8 @@ void note_kind_of_function(FUNINFO* f) {
         f->flags |= FUN_is_extern;
         fileinfo.flags |= FILE_has_extern;
     }
-    if (f->bb_count == 1) f->flags |= FUN_has_1_BB;
+    // The exit block is no part of the body.
+    if (f->bb_count <= 2) f->flags |= FUN_has_1_BB;
 }
 
 } // namespace

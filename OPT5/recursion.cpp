@@ -8,8 +8,8 @@
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
-#include "opcodes.h"
 #include "node.h"
+#include "opcodes.h"
 #include "pragma.h"
 #include "symbol.h"
 
@@ -34,7 +34,7 @@ class REACH {
 
     const NUMBER count_;
     std::vector<std::vector<NUMBER>> edges_;
-    std::vector<int> cycle_;               // of each node, -1 until it is left
+    std::vector<int> cycle_;                   // of each node, -1 until it is left
     std::vector<std::vector<NUMBER>> members_; // of each cycle; a cycle's callees have lower numbers
 };
 
@@ -108,7 +108,8 @@ void REACH::find_cycles() {
 // The closure of the graph. All functions of a cycle reach the same ones, and what a cycle reaches is the
 // union of its members, where it is one, and of what its callees reach; so one union for every call does it,
 // where closing the matrix of all pairs would take a number of operations that grows with the cube of the
-// functions. Where even the rows would be too many, only the root keeps one, and the cycles answer for the rest.
+// functions. Where even the rows would be too many, only the root keeps one, and the cycles answer for the
+// rest.
 void REACH::fill_rows() {
     const bool keeps_all = members_.size() * (count_ + std::size_t{1}) <= MAX_ROW_BITS;
     const NUMBER nodes = count_ + 1;

@@ -74,7 +74,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     // The whole program: each barrier sees every function as the steps ahead of it left them.
     {3, "analyze globals", true, ANY_LEVEL, analyze_global_symbols,
      "builds the call graph; makes globals const that nothing modifies"},
-    {4, "detect_recursion", true, ANY_LEVEL, detect_recursion, "finds the functions that may be active twice"},
+    {4, "detect_recursion", true, ANY_LEVEL, detect_recursion,
+     "finds the functions that may be active twice"},
     {5, "do_interprocedural_propagation", true, ANY_LEVEL, nullptr, NOT_BUILT},
     {6, "auto_inline_call_sites", true, ANY_LEVEL, nullptr, NOT_BUILT},
     {7, "dump_call_graph_debug", true, ANY_LEVEL, dump_call_graph_debug,

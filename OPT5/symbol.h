@@ -53,9 +53,9 @@ class SYMTAB final : public I_SYMTAB {
     LS* scope = nullptr;
     void* ptr_entry = nullptr; // cached entry of the alias tables
     PSN* psn = nullptr;
-    PRAGMA* pragmas = nullptr;              // chain, owned by the symbol
-    EXPR_LIST* init = nullptr;              // initialiser, null if none
-    NODE* known_value = nullptr;            // of a global scalar: what its initialiser says, null if not known
+    PRAGMA* pragmas = nullptr;   // chain, owned by the symbol
+    EXPR_LIST* init = nullptr;   // initialiser, null if none
+    NODE* known_value = nullptr; // of a global scalar: what its initialiser says, null if not known
     const INIT_ENTRY* auto_inits = nullptr; // the initialiser by offset, see global_consts.h
     std::uint32_t auto_init_count = 0;
     std::int32_t level = 0; // 0 global, 1 parameter, 2 and up local

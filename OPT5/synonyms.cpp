@@ -18,10 +18,11 @@ using namespace op;
 
 namespace {
 
-constexpr int MAX_STATEMENTS = 3;         // argument prolog, call, return
-constexpr std::uint16_t NO_SYNONYM = 0x1060; // bits of `cqual`: interrupts and functions of another kind of call
-constexpr std::size_t MAX_CHAIN = 1000;   // synonyms of synonyms
-constexpr std::size_t EMPTY_TABLE = 2;    // entries of an exception table without a region
+constexpr int MAX_STATEMENTS = 3; // argument prolog, call, return
+constexpr std::uint16_t NO_SYNONYM =
+    0x1060;                             // bits of `cqual`: interrupts and functions of another kind of call
+constexpr std::size_t MAX_CHAIN = 1000; // synonyms of synonyms
+constexpr std::size_t EMPTY_TABLE = 2;  // entries of an exception table without a region
 
 void join(FUNINFO* function, FUNINFO* target) {
     function->is_synonym = true;
@@ -111,7 +112,8 @@ bool may_stand_for(const FUNINFO* function, const SYMTAB* callee) {
     const SYMTAB* symbol = function->symbol;
     if (callee->level != 0 || (callee->sclass != SC_EXTDEF && callee->sclass != SC_STATIC)) return false;
     if (!tp->compatible_types(symbol->otype, callee->otype, true)) return false;
-    if (symbol->otype->func().vararg || callee->otype->func().vararg || !callee->otype->func().proto) return false;
+    if (symbol->otype->func().vararg || callee->otype->func().vararg || !callee->otype->func().proto)
+        return false;
     if (((symbol->cqual | callee->cqual) & NO_SYNONYM) != 0 || TEST_FLAG(function, FUN_is_main)) return false;
     if (symbol_is_protected(symbol) && callee->sclass == SC_STATIC) return false;
     return pragmas_allow(symbol) && pragmas_allow(callee) && groups_agree(symbol, callee);
@@ -145,7 +147,8 @@ void check_for_synonym_function_in_pass_1() {
     symbol->pragmas = made;
     join(function, target);
     dprintf("Making %s a function synonym of %s\n", symbol->name, callee->name);
-    if (finfo != nullptr) std::fprintf(finfo, "Making %s a function synonym of %s\n", symbol->name, callee->name);
+    if (finfo != nullptr)
+        std::fprintf(finfo, "Making %s a function synonym of %s\n", symbol->name, callee->name);
     info_sentence(function->psn, "%s does nothing but call %s", symbol->name, callee->name);
 }
 
