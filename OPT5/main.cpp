@@ -15,6 +15,7 @@
 #include "dump.h"
 #include "fileopt.h"
 #include "files.h"
+#include "global_symbols.h"
 #include "if_file.h"
 #include "node.h"
 #include "output.h"
@@ -154,7 +155,11 @@ void run_steps() {
         user_error_count = 0;
         i_file->if_read_file();
         opt_client.end_of_input();
-        if (!functions.empty()) run_steps();
+        if (functions.empty()) {
+            analyze_global_symbols();
+        } else {
+            run_steps();
+        }
         closing_run_over_globals();
         interned_stats();
     }

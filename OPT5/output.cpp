@@ -108,6 +108,8 @@ void output_function() {
                 insert_mandatory_casts_in_tree(cell->first);
         dump_state(STATE_AS_WRITTEN);
         write_function_graphs();
+        // A function that nothing reaches is written where no step has dropped it: what it names must stay.
+        if (fileinfo.is_built && currfuninfo->cg_number < 0) add_marks_of_body(currfuninfo);
         write_func_body();
     }
     currfuninfo->flags |= FUN_is_processed;
