@@ -16,6 +16,7 @@
 #include "explode_structs.h"
 #include "fileopt.h"
 #include "files.h"
+#include "inliner.h"
 #include "lcse.h"
 #include "merge_symbols.h"
 #include "output.h"
@@ -73,7 +74,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {3, "analyze globals", true, ANY_LEVEL, nullptr, NOT_BUILT},
     {4, "detect_recursion", true, ANY_LEVEL, nullptr, NOT_BUILT},
     {5, "do_interprocedural_propagation", true, ANY_LEVEL, nullptr, NOT_BUILT},
-    {6, "auto_inline_call_sites", true, ANY_LEVEL, nullptr, NOT_BUILT},
+    {6, "auto_inline_call_sites", true, ANY_LEVEL, auto_inline_call_sites,
+     "decides which calls are integrated; copies the bodies of the functions that they call"},
     {7, "dump_call_graph_debug", true, ANY_LEVEL, dump_call_graph_debug,
      "lists the call graph in the debug file, and draws it when asked"},
     {8, "collect_clustered_symbols", true, ANY_LEVEL, nullptr, NOT_BUILT},
