@@ -59,15 +59,14 @@ bool may_be_dropped(const SYMTAB* symbol) {
     return symbol->retention == I_SYMTAB::EXTERNAL || symbol->retention == I_SYMTAB::NEVER;
 }
 
-bool is_external(const SYMTAB* symbol) {
-    return symbol->sclass == SC_EXTDEF || symbol->sclass == SC_EXTERN;
-}
+bool is_external(const SYMTAB* symbol) { return symbol->sclass == SC_EXTDEF || symbol->sclass == SC_EXTERN; }
 
 // Whether something else than a call that this file makes refers to the function.
 bool must_keep_body(FUNINFO* function) {
     const IN_FUNCTION current(function);
     const SYMTAB* symbol = function->symbol;
-    if (TEST_FLAG(function, FUN_is_anonymous | FUN_is_referenced | FUN_is_interrupt | FUN_is_main)) return true;
+    if (TEST_FLAG(function, FUN_is_anonymous | FUN_is_referenced | FUN_is_interrupt | FUN_is_main))
+        return true;
     if (!may_be_dropped(symbol) &&
         (TEST_FLAG(function, FUN_is_cg_root) || (is_external(symbol) && no_outside_callers == 0)))
         return true;
@@ -178,12 +177,11 @@ void auto_inline_call_sites() {
     INLINING inlining{functions, std::move(candidates), selection};
     inliner->static_limit = inliner->auto_limit = 0;
     inliner->further_setup(inlining);
-    selection.select(
-        inlining.sites, [](const CALLSITE& site) { return is_always_inlined(site.callee); }, "always-inline ",
-        {});
-    selection.select(
-        inlining.sites, [](const CALLSITE& site) { return inliner->static_inlining_predicate(site); },
-        "static-inline ", {inliner->static_limit, 0, INLINE_LOOPS_LIMIT, INLINE_BLOCKS_LIMIT});
+    selection.select(inlining.sites, [](const CALLSITE& site) { return is_always_inlined(site.callee); },
+                     "always-inline ", {});
+    selection.select(inlining.sites,
+                     [](const CALLSITE& site) { return inliner->static_inlining_predicate(site); },
+                     "static-inline ", {inliner->static_limit, 0, INLINE_LOOPS_LIMIT, INLINE_BLOCKS_LIMIT});
     inliner->auto_inlining_passes(inlining);
     report_call_sites(functions);
     for (FUNINFO* function : functions) drop_copied_arguments(function);

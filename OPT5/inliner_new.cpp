@@ -172,13 +172,12 @@ SELECTION_LIMITS limits_for_auto(INLINING& inlining) {
     constexpr int SMALL_LIMIT = 1000000;
     SELECTION_LIMITS limits{0, 0, INLINE_LOOPS_LIMIT, INLINE_BLOCKS_LIMIT};
     limits.time = std::max(inliner->auto_limit, std::int64_t{switch_or("inline_small_limit", SMALL_LIMIT)});
-    limits.size =
-        static_cast<std::int64_t>(static_cast<double>(selection.size_sum()) * size_factor());
+    limits.size = static_cast<std::int64_t>(static_cast<double>(selection.size_sum()) * size_factor());
     if (auto_inline_is_given() && auto_inline() > 0) limits.time = limits.size = 0;
-    comment_on_inlining("[After static-inline:  time %lld limit %lld (ratio %lld)]\n",
-                        static_cast<long long>(selection.time_sum()), static_cast<long long>(limits.time),
-                        static_cast<long long>(limits.time /
-                                               std::max(selection.time_sum(), std::int64_t{1})));
+    comment_on_inlining(
+        "[After static-inline:  time %lld limit %lld (ratio %lld)]\n",
+        static_cast<long long>(selection.time_sum()), static_cast<long long>(limits.time),
+        static_cast<long long>(limits.time / std::max(selection.time_sum(), std::int64_t{1})));
     return limits;
 }
 

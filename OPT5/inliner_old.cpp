@@ -31,16 +31,15 @@ bool callee_is_leaf_of_total(const FUNINFO* function) {
 
 void OLD_INLINER::collect_pass_1_info() { collect_call_sites(); }
 
-// A callee that stands ahead of its caller follows a call, and counts for nothing, so one walk from the end of
-// the order finds what the walk over all ways through the graph would.
+// A callee that stands ahead of its caller follows a call, and counts for nothing, so one walk from the end
+// of the order finds what the walk over all ways through the graph would.
 void OLD_INLINER::further_setup(INLINING& inlining) {
     static_limit = 0;
     for (const CALLSITE* site : inlining.sites)
-        if (site->callee == nullptr)
-            optassert("callee_a != NULL && callee_b != NULL", __FILE__, __LINE__);
-    std::stable_sort(
-        inlining.sites.begin(), inlining.sites.end(),
-        [](const CALLSITE* a, const CALLSITE* b) { return a->callee->cg_number > b->callee->cg_number; });
+        if (site->callee == nullptr) optassert("callee_a != NULL && callee_b != NULL", __FILE__, __LINE__);
+    std::stable_sort(inlining.sites.begin(), inlining.sites.end(), [](const CALLSITE* a, const CALLSITE* b) {
+        return a->callee->cg_number > b->callee->cg_number;
+    });
     totals_.assign(fileinfo.ordered.size(), 0);
     for (std::size_t i = fileinfo.ordered.size(); i-- != 0;) {
         const FUNINFO* function = fileinfo.ordered[i];

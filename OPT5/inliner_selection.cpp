@@ -156,12 +156,11 @@ void SITE_SELECTION::report_candidate(const CALLSITE& site, const char* prefix) 
 }
 
 void SITE_SELECTION::report_rejection(const FUNINFO* caller, const SELECTION_LIMITS& limits) const {
-    comment_on_inlining(
-        "  [can't do this one:  too big (%lld vs %lld, %d vs %d, %d vs %d, %d vs %d).]\n",
-        static_cast<long long>(time_), static_cast<long long>(limits.time),
-        printable(static_cast<double>(size_)), printable(static_cast<double>(limits.size)),
-        printable(caller->est_loops), printable(limits.loops), printable(caller->est_bbs),
-        printable(limits.blocks));
+    comment_on_inlining("  [can't do this one:  too big (%lld vs %lld, %d vs %d, %d vs %d, %d vs %d).]\n",
+                        static_cast<long long>(time_), static_cast<long long>(limits.time),
+                        printable(static_cast<double>(size_)), printable(static_cast<double>(limits.size)),
+                        printable(caller->est_loops), printable(limits.loops), printable(caller->est_bbs),
+                        printable(limits.blocks));
 }
 
 void SITE_SELECTION::report_acceptance(const CALLSITE& site, const SELECTION_LIMITS& limits) const {
@@ -183,8 +182,8 @@ namespace {
 // For both the information file and, behind a tab, the debug file.
 void announce(const char* format, const FUNINFO* function) {
     std::string text(256 + function->name.size(), '\0');
-    text.resize(static_cast<std::size_t>(
-        std::snprintf(text.data(), text.size(), format, function->name.c_str())));
+    text.resize(
+        static_cast<std::size_t>(std::snprintf(text.data(), text.size(), format, function->name.c_str())));
     if (finfo != nullptr) std::fputs(text.c_str(), finfo);
     dprintf("\t%s", text.c_str());
 }

@@ -1,9 +1,9 @@
 // Trying call sites one after the other, within limits.
 //
 // Each function has estimates of what it will be once the sites accepted so far are integrated: size, blocks,
-// symbols, loops, calls, register pressure. To accept a site changes those of the caller, and of all functions
-// that have accepted the caller in their turn. A site is tried by making the changes; if they break a limit,
-// they are undone.
+// symbols, loops, calls, register pressure. To accept a site changes those of the caller, and of all
+// functions that have accepted the caller in their turn. A site is tried by making the changes; if they break
+// a limit, they are undone.
 
 #ifndef OPT5_INLINER_SELECTION_H
 #define OPT5_INLINER_SELECTION_H
@@ -26,7 +26,8 @@ struct SELECTION_LIMITS {
 
 constexpr std::uint32_t INLINE_BLOCKS_LIMIT = 700;
 constexpr std::uint32_t INLINE_LOOPS_LIMIT = 500;
-// No function grows beyond this and twice its body, whatever asks for it: copies of copies grow exponentially.
+// No function grows beyond this and twice its body, whatever asks for it: copies of copies grow
+// exponentially.
 constexpr std::uint32_t LARGEST_CALLER = 250000;
 
 class SITE_SELECTION {

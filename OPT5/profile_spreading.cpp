@@ -56,7 +56,9 @@ void spread_from(const CALLSITE& site, ANONYMOUS_FUNCTIONS& anonymous) {
         return;
     }
     const std::vector<FUNINFO*>& anons = anonymous.matching(site.args);
-    const int split_amount = anons.empty() ? 0 : static_cast<int>(std::min(count / static_cast<double>(anons.size()), 2147483647.0));
+    const int split_amount =
+        anons.empty() ? 0
+                      : static_cast<int>(std::min(count / static_cast<double>(anons.size()), 2147483647.0));
     comment_on_inlining("[%d matching anons, split_amount is %d]\n", static_cast<int>(anons.size()),
                         split_amount);
     for (FUNINFO* function : anons) {

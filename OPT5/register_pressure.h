@@ -10,9 +10,9 @@
 class BBLK;
 class NATURAL_LOOPS;
 
-// The pressure of a block is the largest number of private scalars that are live at one point of it. Where the
-// flow is not known, all of them are live everywhere. Linear beside LIVENESS; edges must be right, and DFNs
-// are renumbered. A snapshot.
+// The pressure of a block is the largest number of private scalars that are live at one point of it. Where
+// the flow is not known, all of them are live everywhere. Linear beside LIVENESS; edges must be right, and
+// DFNs are renumbered. A snapshot.
 class REGISTER_PRESSURE {
   public:
     REGISTER_PRESSURE();
