@@ -17,6 +17,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "global_symbols.h"
+#include "inliner.h"
 #include "integrate.h"
 #include "lcse.h"
 #include "ls.h"
@@ -84,7 +85,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {4, "detect_recursion", true, ANY_LEVEL, detect_recursion,
      "finds the functions that may be active twice"},
     {5, "do_interprocedural_propagation", true, ANY_LEVEL, nullptr, NOT_BUILT},
-    {6, "auto_inline_call_sites", true, ANY_LEVEL, nullptr, NOT_BUILT},
+    {6, "auto_inline_call_sites", true, ANY_LEVEL, auto_inline_call_sites,
+     "decides which calls are integrated; copies the bodies of the functions that they call"},
     {7, "dump_call_graph_debug", true, ANY_LEVEL, dump_call_graph_debug,
      "lists the call graph and the constant variables in the debug file, the undefined callees in the "
      "information file, and draws the graph when asked"},
