@@ -19,6 +19,10 @@
 FILEINFO fileinfo;
 int no_outside_callers, no_outside_writers, whole_file_mode;
 
+FUNINFO::~FUNINFO() {
+    for (PRAGMA* pragma : owned_pragmas) delete pragma;
+}
+
 namespace {
 
 struct RECORDS {

@@ -163,6 +163,11 @@ struct FUNINFO {
     // exception table of its own. Null where there is none. See copy_cfg.h.
     std::unique_ptr<FUNINFO> integrable_cfg;
 
+    FUNINFO() = default;
+    ~FUNINFO(); // frees the pragmas that it owns; all else belongs to the pool
+    FUNINFO(const FUNINFO&) = delete;
+    FUNINFO& operator=(const FUNINFO&) = delete;
+
     std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }
 };
 

@@ -2,6 +2,7 @@
 
 #include "fileopt.h"
 #include "files.h"
+#include "pool.h"
 #include "symbol.h"
 
 LS* LS::open(FUNINFO* function) {
@@ -36,13 +37,43 @@ void LS::add_symbol(SYMTAB* symbol) {
 namespace {
 
 // The scope behind this one in a walk that visits a scope before its children; null at the end.
-LS* next_in_tree(LS* scope) {
+template <class SCOPE> SCOPE* next_in_tree(SCOPE* scope) {
     if (scope->children != nullptr) return scope->children;
     while (scope != nullptr && scope->sibling == nullptr) scope = scope->parent;
     return scope != nullptr ? scope->sibling : nullptr;
 }
 
 } // namespace
+
+LS* LS::copy_scope_tree(const LS* root, const std::unordered_map<const SYMTAB*, SYMTAB*>& symbols,
+                        std::unordered_map<const LS*, LS*>& scopes) {
+    if (root == nullptr) return nullptr;
+    const auto copy_one = [&](const LS* scope) {
+        auto* copy = new (current_pool().allocate(sizeof(LS))) LS;
+        scopes.emplace(scope, copy);
+        copy->level = scope->level;
+        SYMLIST** place = &copy->symbols;
+        for (const SYMLIST* cell = scope->symbols; cell != nullptr; cell = cell->next) {
+            const auto symbol = symbols.find(cell->sym);
+            if (symbol == symbols.end()) continue;
+            symbol->second->scope = copy;
+            *place = mk_symlist(symbol->second, nullptr);
+            place = &(*place)->next;
+        }
+        return copy;
+    };
+    LS* copied_root = copy_one(root);
+    for (const LS* scope = root; scope != nullptr; scope = next_in_tree(scope)) {
+        LS* parent = scopes.at(scope);
+        LS** place = &parent->children;
+        for (const LS* child = scope->children; child != nullptr; child = child->sibling) {
+            *place = copy_one(child);
+            (*place)->parent = parent;
+            place = &(*place)->sibling;
+        }
+    }
+    return copied_root;
+}
 
 void LS::validate(LS* root) {
     for (LS* scope = root; scope != nullptr; scope = next_in_tree(scope)) {

@@ -7,6 +7,7 @@
 #define OPT5_LS_H
 
 #include <cstdio>
+#include <unordered_map>
 
 class SYMTAB;
 struct FUNINFO;
@@ -26,6 +27,12 @@ class LS {
     static bool close(FUNINFO* function);
     // The scope of the function's outermost locals; null before it is opened.
     static LS* level_2_scope(const FUNINFO* function);
+
+    // A copy of the tree from `root` on, in the current function's pool; null for null. `symbols` tells what
+    // became of the symbols; what it does not hold stays behind. Enters each scope and its copy in `scopes`.
+    // The symbols of the copy get their scopes. Linear.
+    static LS* copy_scope_tree(const LS* root, const std::unordered_map<const SYMTAB*, SYMTAB*>& symbols,
+                               std::unordered_map<const LS*, LS*>& scopes);
 
     // Enters the symbol in this scope and makes it the symbol's.
     void add_symbol(SYMTAB* symbol);
