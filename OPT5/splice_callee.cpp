@@ -181,12 +181,13 @@ unsigned CALLEE_SPLICER::merge_table(CFG_COPY& copy, unsigned region) {
 
 // --- Blocks.
 
-void CALLEE_SPLICER::adjust_calls(NODE* tree) {
+// `region` is that of calls from which an exception leaves the callee.
+void CALLEE_SPLICER::adjust_calls(NODE* tree, unsigned region) {
     const unsigned depth = std::min(call_->inline_depth() + 1, NF_INLINE_DEPTH >> 16);
     walk_tree(tree, [&](NODE* node) {
         if (node->op != CALL && node->op != UCALL) return;
         node->set_inline_depth(depth);
-        node->u2.i_eht_id = node->u2.i_eht_id > 1 ? node->u2.i_eht_id + offset_ : region_;
+        node->u2.i_eht_id = node->u2.i_eht_id > 1 ? node->u2.i_eht_id + offset_ : region;
     });
 }
 
@@ -215,7 +216,7 @@ void CALLEE_SPLICER::adjust_block(BBLK* bb) {
     bool any_return = false;
     for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
         psnmap_add(cell->psn, callee_);
-        adjust_calls(cell->first);
+        adjust_calls(cell->first, region_);
         if (!opcode_is_transfer(cell->first->op)) continue;
         const int op = cell->first->op;
         if (is_dead) {
@@ -304,8 +305,9 @@ void CALLEE_SPLICER::integrate(BLOCK_BUILDER& builder, NODE* call, FUNINFO* call
     merge_scopes(copy, call, instance, block);
     merge_notes(definition, copy, instance, block);
     offset_ = merge_table(copy, region_);
+    // No exception gets out of a clean-up, wherever it stands.
     for (std::size_t i = FIXED_ENTRIES; i < copy.eht.size(); i++)
-        adjust_calls(static_cast<NODE*>(currfuninfo->eht[i + offset_].tree));
+        adjust_calls(static_cast<NODE*>(currfuninfo->eht[i + offset_].tree), 0);
     currfuninfo->has_no_calls = currfuninfo->has_no_calls && definition->has_no_calls;
     currfuninfo->names_register_symbol |= definition->names_register_symbol;
     currfuninfo->fields_seen += definition->fields_seen;

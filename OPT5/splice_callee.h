@@ -41,7 +41,7 @@ class CALLEE_SPLICER {
     void merge_scopes(CFG_COPY& copy, const NODE* call, INSTANCE& instance, const BBLK* block);
     void merge_notes(const FUNINFO* definition, const CFG_COPY& copy, INSTANCE& instance, const BBLK* block);
     unsigned merge_table(CFG_COPY& copy, unsigned region);
-    void adjust_calls(NODE* tree);
+    void adjust_calls(NODE* tree, unsigned region);
     void adjust_block(BBLK* bb);
     void replace_return(LIST* cell);
     void bind_arguments(BLOCK_BUILDER& builder, NODE* call, CFG_COPY& copy);
