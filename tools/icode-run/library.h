@@ -69,6 +69,7 @@ const std::vector<library_function>& stdio_functions();
 const std::vector<library_function>& string_functions();
 const std::vector<library_function>& utility_functions();
 const std::vector<library_function>& math_functions();
+const std::vector<library_function>& flow_functions();
 
 } // namespace run
 
