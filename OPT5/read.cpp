@@ -11,6 +11,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "if_file.h"
+#include "instrument.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -312,4 +313,5 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
 
 void OPT_CLIENT::end_of_input() {
     if (currfunc != nullptr) bad_input(here(), "the file ends inside the function");
+    finish_instrumentation();
 }

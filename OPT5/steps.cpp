@@ -16,6 +16,7 @@
 #include "explode_structs.h"
 #include "fileopt.h"
 #include "files.h"
+#include "instrument.h"
 #include "lcse.h"
 #include "merge_symbols.h"
 #include "output.h"
@@ -39,6 +40,7 @@ void pass_2_header() {
 }
 
 void pass_2_inits() {
+    add_instrumentation_exit_routine_to_atexit();
     promote_all_embedded_assignments();
     simpcfg(false, false);
 }
