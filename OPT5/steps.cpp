@@ -17,6 +17,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "global_symbols.h"
+#include "instrument.h"
 #include "lcse.h"
 #include "merge_symbols.h"
 #include "output.h"
@@ -41,6 +42,7 @@ void pass_2_header() {
 }
 
 void pass_2_inits() {
+    add_instrumentation_exit_routine_to_atexit();
     promote_all_embedded_assignments();
     simpcfg(false, false);
 }
