@@ -13,6 +13,7 @@
 #include "fl_statics.h"
 #include "if_file.h"
 #include "instrument.h"
+#include "integrate.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -303,6 +304,7 @@ void OPT_CLIENT::build_flow_graph(const PSN* psn) {
     for (LIST* cell = function->statements; cell != nullptr; cell = cell->next)
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
     check_for_synonym_function_in_pass_1();
+    check_integrable_definition(function);
     seq_trees();
     buildcfg();
 }

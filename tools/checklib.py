@@ -58,6 +58,7 @@ class Outcome:
     fault: str | None = None  # the runner's own words for a fault of the program
     counts: dict = field(default_factory=dict)
     total: int = 0
+    entered: int = 0  # functions of the program, main included
 
 
 def order_text(order):
@@ -260,7 +261,7 @@ class Workbench:
         for line in err.decode("utf-8", "replace").splitlines():
             if line.startswith('{"total"'):
                 stats = json.loads(line)
-                outcome.total, outcome.counts = stats["total"], stats["classes"]
+                outcome.total, outcome.counts, outcome.entered = stats["total"], stats["classes"], stats["entered"]
             elif line.strip():
                 messages.append(line.strip())
         if any("Sanitizer" in line or "runtime error:" in line for line in messages):
