@@ -10,6 +10,7 @@
 
 #include "debug.h"
 #include "files.h"
+#include "inliner.h"
 #include "node.h"
 #include "opcodes.h"
 #include "pragma.h"
@@ -347,6 +348,7 @@ void init_fileopts() {
     }
     fileinfo.root = new_record(" ? ", nullptr, false);
     currfuninfo = fileinfo.root;
+    inliner = make_inliner(pass_debug("inline_policy"));
 }
 
 FUNINFO* find_FUNINFO(SYMTAB* symbol) {

@@ -3,6 +3,7 @@
 #ifndef OPT5_FILEOPT_H
 #define OPT5_FILEOPT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -138,10 +139,12 @@ struct FUNINFO {
     SYMTAB* temps = nullptr;    // newest first
     SYMTAB* params_tail = nullptr;
     SYMTAB* locals_tail = nullptr;
-    LS* scopes = nullptr;        // root of the function's scope tree
-    LS* open_scope = nullptr;    // while reading: the innermost open scope
-    LS* body_scope = nullptr;    // of the outermost locals
-    STACK_SHARING stack_sharing; // until the step of that name
+    LS* scopes = nullptr;          // root of the function's scope tree
+    LS* open_scope = nullptr;      // while reading: the innermost open scope
+    LS* body_scope = nullptr;      // of the outermost locals
+    std::uint32_t scope_count = 0; // scopes so far
+    int scope_depth = 0;           // the deepest level
+    STACK_SHARING stack_sharing;   // until the step of that name
     LBL* labels = nullptr;
     std::int32_t next_label = -1; // internal labels count down
     std::int32_t next_temp = 0;
@@ -173,6 +176,11 @@ struct FUNINFO {
 
 inline bool TEST_FLAG(const FUNINFO* f, std::uint32_t mask) { return (f->flags & mask) != 0; }
 
+// Whether no code is to be written for the function, as all its calls are integrated.
+inline bool is_suppressed(const FUNINFO* f) {
+    return (f->flags & (FUN_is_suppressed | FUN_cannot_suppress)) == FUN_is_suppressed;
+}
+
 // The file-wide anchor of the call graph.
 struct FILEINFO {
     std::vector<FUNINFO*> defined;   // defined functions
@@ -183,12 +191,14 @@ struct FILEINFO {
     std::vector<FUNINFO*> undefined_SYSTEM, undefined_OUTSIDE; // callees without a body here
     std::vector<FUNINFO*> synonyms;                            // those with a `synonym_of`
     std::unordered_set<const char*> asm_names; // words of assembly texts, interned; never walked
-    std::uint32_t indirect_callers = 0;        // functions with FUN_calls_anonymous
-    bool is_cpp = false;                       // the file is in C++
-    bool is_built = false;                     // the ordered list stands, empty or not
-    bool globals_are_analyzed = false;         // analyze_global_symbols has run
-    bool recursion_is_known = false;           // detect_recursion has run
-    bool callees_are_reported = false;         // the undefined callees stand in the information file
+    std::size_t definition_count = 0;          // integrable definitions in memory
+    std::size_t released = 0;           // functions of the ordered list that nobody will integrate any more
+    std::uint32_t indirect_callers = 0; // functions with FUN_calls_anonymous
+    bool is_cpp = false;                // the file is in C++
+    bool is_built = false;              // the ordered list stands, empty or not
+    bool globals_are_analyzed = false;  // analyze_global_symbols has run
+    bool recursion_is_known = false;    // detect_recursion has run
+    bool callees_are_reported = false;  // the undefined callees stand in the information file
     bool summary_is_open = false, summary_is_closed = false; // its section on the whole file
 };
 extern FILEINFO fileinfo;

@@ -22,6 +22,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "graphs.h"
+#include "integrate.h"
 #include "node.h"
 #include "rotate_loops.h"
 #include "simpcfg.h"
@@ -93,7 +94,7 @@ void output_function() {
     init_reg_defs();
     allocate_regs();
     elim_dead_assigns(false, false);
-    if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
+    if (!is_suppressed(currfuninfo)) {
         write_func_header();
         fold_ANDBASGs();
         simpcfg(true, false);
@@ -113,8 +114,10 @@ void output_function() {
     }
     currfuninfo->flags |= FUN_is_processed;
     erase_all();
+    const FUNINFO* done = currfuninfo;
     currfuninfo = nullptr;
     currfunc = nullptr;
+    release_integrable_definitions(done);
     restore_global_flags();
     end_function_log();
 }

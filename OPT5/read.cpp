@@ -12,6 +12,7 @@
 #include "files.h"
 #include "fl_statics.h"
 #include "if_file.h"
+#include "instrument.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -323,4 +324,5 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
 void OPT_CLIENT::end_of_input() {
     if (currfunc != nullptr) bad_input(here(), "the file ends inside the function");
     change_fl_statics_to_auto();
+    finish_instrumentation();
 }
