@@ -1,6 +1,6 @@
-// Copying goes by tables of the source: blocks by their ids, symbols and scopes by their addresses. The source
-// is only read. What a tree refers to and does not own is shared if it outlives both functions (types, globals,
-// interned texts) and copied if it lives in the pool of the source.
+// Copying goes by tables of the source: blocks by their ids, symbols and scopes by their addresses. The
+// source is only read. What a tree refers to and does not own is shared if it outlives both functions (types,
+// globals, interned texts) and copied if it lives in the pool of the source.
 
 #include "copy_cfg.h"
 
@@ -91,9 +91,7 @@ SYMTAB* COPIER::copy_symbols(const SYMTAB* list) {
     return head;
 }
 
-void COPIER::copy_scopes() {
-    copy_.scopes = LS::copy_scope_tree(from_->scopes, copy_.symbols, scopes_);
-}
+void COPIER::copy_scopes() { copy_.scopes = LS::copy_scope_tree(from_->scopes, copy_.symbols, scopes_); }
 
 void COPIER::copy_initialisers(const SYMTAB* list) {
     for (; list != nullptr; list = list->next) {

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "casts.h"
+#include "clusters.h"
 #include "fileopt.h"
 #include "files.h"
 #include "if_file.h"
@@ -104,6 +105,7 @@ void write_initialiser(SYMTAB* symbol) {
 } // namespace
 
 void closing_run_over_globals() {
+    close_clusters();
     for (SYMTAB* symbol = global_symbols; symbol != nullptr; symbol = symbol->next) decide_retention(symbol);
     if (print_debug != 0) {
         dprintf("\n\fGlobal symbols\n\n");

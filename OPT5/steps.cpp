@@ -6,6 +6,7 @@
 
 #include "steps.h"
 
+#include "clusters.h"
 #include "cond_paths.h"
 #include "copyprop.h"
 #include "csu_temps.h"
@@ -39,6 +40,8 @@ void pass_2_header() {
 }
 
 void pass_2_inits() {
+    // What has just been integrated may name statics that the function knows as members of clusters.
+    if (cluster_refs_are_expanded()) expand_cluster_refs();
     promote_all_embedded_assignments();
     simpcfg(false, false);
 }
@@ -76,7 +79,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {6, "auto_inline_call_sites", true, ANY_LEVEL, nullptr, NOT_BUILT},
     {7, "dump_call_graph_debug", true, ANY_LEVEL, dump_call_graph_debug,
      "lists the call graph in the debug file, and draws it when asked"},
-    {8, "collect_clustered_symbols", true, ANY_LEVEL, nullptr, NOT_BUILT},
+    {8, "collect_clustered_symbols", true, ANY_LEVEL, collect_clustered_symbols,
+     "finds statics that the same functions use, and makes structures of them"},
     {9, "pass 2 header", true, ANY_LEVEL, pass_2_header, "flushes the logs and announces the second pass"},
     {10, "set call-graph order", true, ANY_LEVEL, set_call_graph_order,
      "orders the functions by the call graph and drops those that need no code"},
@@ -153,7 +157,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {67, "merge symbols", false, LEVEL_2_UP_F2, merge_symbols,
      "makes locals that are copies of one another one"},
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
-    {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {69, "expand cluster refs", false, ANY_LEVEL, expand_cluster_refs,
+     "makes members of the statics that have been put together"},
     {70, "CSU returning temp", false, ANY_LEVEL, subst_csu_returning_temp_for_local_var,
      "lets a call store the structure it returns where it is copied to"},
     {71, "superblocks", false, LEVEL_1_UP, optimize_superblocks_in_cfg,

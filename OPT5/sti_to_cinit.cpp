@@ -24,6 +24,7 @@
 #include "accesses.h"
 #include "bblk.h"
 #include "bbutils.h"
+#include "clusters.h"
 #include "copy.h"
 #include "copyprop.h"
 #include "debug.h"
@@ -268,7 +269,9 @@ void START::note_addresses(const EXPR_LIST* init) {
     const EXPR_LIST* cell = init;
     do {
         walk_tree(cell->tree, [this](const NODE* node) {
-            if (node->op == NAME) in_initialisers_.insert(node->symbol());
+            if (node->op != NAME) return;
+            in_initialisers_.insert(node->symbol());
+            in_initialisers_.insert(cluster_of(node->symbol()));
         });
         cell = cell->next;
     } while (cell != init);
@@ -292,6 +295,8 @@ bool START::is_known_here_only(const SYMTAB* symbol) const {
 bool START::is_convertible(SYMTAB* symbol) const {
     if (symbol->level != 0 || (symbol->sclass != SC_STATIC && symbol->sclass != SC_EXTDEF)) return false;
     if ((symbol->cqual & CQ_REGISTER) != 0 || touched_.contains(symbol)) return false;
+    // The initialiser of a member stands in that of its cluster.
+    if (cluster_of(symbol) != nullptr) return false;
     constexpr unsigned no = QUAL_CONST | QUAL_VOLATILE | QUAL_IOPORT;
     if ((symbol->otype->qual_kind() & no) != 0 || symbol->otype->is_volatile() || symbol->otype->is_const())
         return false;

@@ -97,8 +97,12 @@ TEST_F(COPY_CFG, IntoItsOwnFunctionStandsAside) {
             EXPECT_GE(edge->bb->id, blocks);
         for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
             walk_tree(cell->first, [&](const NODE* node) {
-                if (node->op == NAME && node->symbol()->level > 0) { EXPECT_GE(node->symbol()->serial, 3u); }
-                if (node->op == LABEL) { EXPECT_GE(node->label->bb->id, blocks); }
+                if (node->op == NAME && node->symbol()->level > 0) {
+                    EXPECT_GE(node->symbol()->serial, 3u);
+                }
+                if (node->op == LABEL) {
+                    EXPECT_GE(node->label->bb->id, blocks);
+                }
             });
     }
 }

@@ -30,8 +30,8 @@ void lowering::lower_regions() {
     }
 }
 
-// The value is 0 when control comes by; what catches an exception stores another one into the register and goes
-// on behind.
+// The value is 0 when control comes by; what catches an exception stores another one into the register and
+// goes on behind.
 void lowering::push_eh_switch(const tree* t) {
     if (out_->eh_switch.pc != resume_point::NONE) bad(t, "is the second EH switch");
     if (!items_.empty()) bad(t, "is an EH switch inside a larger expression");
