@@ -52,11 +52,11 @@ namespace {
 
 constexpr char CLUSTER_NAME[] = "$O$cluster";
 constexpr std::uint64_t UNIT_BITS = 16;
-constexpr std::uint64_t MAX_SIZE = 64 * UNIT_BITS;       // of a cluster
-constexpr std::uint64_t LARGE_ZEROS = 4 * UNIT_BITS;     // a larger object keeps away from initial values
-constexpr std::size_t PAIRS_OF_USE = 8;                  // later candidates that one is paired with
-constexpr std::size_t MAX_INTEGRATED = 100;              // bodies looked at for one function
-constexpr int MIN_SAVED = 2;                             // addresses that a cluster must save
+constexpr std::uint64_t MAX_SIZE = 64 * UNIT_BITS;   // of a cluster
+constexpr std::uint64_t LARGE_ZEROS = 4 * UNIT_BITS; // a larger object keeps away from initial values
+constexpr std::size_t PAIRS_OF_USE = 8;              // later candidates that one is paired with
+constexpr std::size_t MAX_INTEGRATED = 100;          // bodies looked at for one function
+constexpr int MIN_SAVED = 2;                         // addresses that a cluster must save
 
 struct MEMBER {
     SYMTAB* symbol;
@@ -66,9 +66,10 @@ struct MEMBER {
 
 struct CLUSTERS {
     std::vector<SYMTAB*> symbols;
-    std::vector<MEMBER> members;                        // cluster by cluster
-    std::unordered_map<const SYMTAB*, std::size_t> at;  // index in `members`; never walked
-    std::unordered_set<const FUNINFO*> expanded;        // functions; never walked
+    std::vector<MEMBER> members;                          // cluster by cluster
+    std::unordered_map<const SYMTAB*, std::size_t> at;    // index in `members`; never walked
+    std::unordered_map<const SYMTAB*, std::size_t> first; // of a cluster's members; never walked
+    std::unordered_set<const FUNINFO*> expanded;          // functions; never walked
     bool were_collected = false;
 };
 
@@ -199,7 +200,9 @@ void COLLECTOR::find_candidates() {
 
 void COLLECTOR::exclude_names_in(std::string_view assembly) {
     std::unordered_set<std::string_view> words;
-    const auto is_letter = [](unsigned char c) { return std::isalnum(c) != 0 || c == '_' || c == '$' || c == '.'; };
+    const auto is_letter = [](unsigned char c) {
+        return std::isalnum(c) != 0 || c == '_' || c == '$' || c == '.';
+    };
     for (std::size_t at = 0; at < assembly.size();) {
         std::size_t end = at;
         while (end < assembly.size() && is_letter(static_cast<unsigned char>(assembly[end]))) end++;
@@ -257,7 +260,8 @@ void COLLECTOR::add_integrated() {
     std::vector<int> used_by(candidates_.size(), -1); // number of the last function that uses it
     for (const SYMTAB* symbol : functions) {
         FUNINFO* function = find_FUNINFO(const_cast<SYMTAB*>(symbol));
-        if (function == nullptr || function->cg_number < 0 || TEST_FLAG(function, FUN_is_suppressed)) continue;
+        if (function == nullptr || function->cg_number < 0 || TEST_FLAG(function, FUN_is_suppressed))
+            continue;
         const int number = static_cast<int>(uses_.size());
         std::vector<int>& uses = uses_.emplace_back();
         std::vector<const FUNINFO*> bodies{function};
@@ -300,7 +304,8 @@ void COLLECTOR::form_groups() {
     for (const std::vector<int>& uses : uses_)
         for (std::size_t i = 0; i < uses.size(); i++) {
             std::size_t found = 0;
-            for (std::size_t j = i + 1; j < uses.size() && j <= i + 2 * PAIRS_OF_USE && found < PAIRS_OF_USE; j++) {
+            for (std::size_t j = i + 1; j < uses.size() && j <= i + 2 * PAIRS_OF_USE && found < PAIRS_OF_USE;
+                 j++) {
                 if (!may_pair(uses[i], uses[j])) continue;
                 found++;
                 const auto [a, b] = std::minmax(uses[i], uses[j]);
@@ -443,6 +448,7 @@ void COLLECTOR::make_cluster(const GROUP& group, int saved) {
     cluster->init = merged_initialiser(members);
 
     clusters().symbols.push_back(cluster);
+    clusters().first.emplace(cluster, clusters().members.size());
     for (MEMBER& member : members) {
         member.cluster = cluster;
         clusters().at.emplace(member.symbol, clusters().members.size());
@@ -483,6 +489,12 @@ bool expand_tree(NODE* tree) {
     return changed;
 }
 
+NODE* moved_by(NODE* address, std::int64_t bits) {
+    if (bits == 0) return address;
+    const INT65 units = INT65::from_signed(bits / static_cast<std::int64_t>(UNIT_BITS));
+    return maketree(PLUS, address, mk_ICON(units, tp->int_type(IK_INT)), address->type, nullptr);
+}
+
 // In an initialiser: the address of the cluster and a distance. A distance that follows is added to it.
 NODE* expand_address(NODE* node) {
     if ((node->op == PLUS || node->op == MINUS) && node->right->op == ICON && node->left->op == PLUS &&
@@ -497,13 +509,14 @@ NODE* expand_address(NODE* node) {
     if (node->op == UAND && node->left->op == NAME) {
         const MEMBER* member = member_of(node->left->symbol());
         if (member == nullptr) return node;
-        TYPE* type = node->type;
         node->left = mk_NAME(member->cluster);
-        if (member->place->offset == 0) return node;
-        const std::int64_t units = member->place->offset / static_cast<std::int64_t>(UNIT_BITS);
-        return maketree(PLUS, node, mk_ICON(INT65::from_signed(units), tp->int_type(IK_INT)), type, nullptr);
+        return moved_by(node, member->place->offset);
     }
-    if (node->op == NAME) expand_name(node);
+    if (node->op == UAND && is_member_of_cluster(node->left)) {
+        const std::int64_t offset = node->left->right->mdata->offset;
+        node->left = node->left->left;
+        return moved_by(node, offset);
+    }
     return node;
 }
 
@@ -543,10 +556,25 @@ SYMTAB* cluster_of(const SYMTAB* symbol) {
     return member != nullptr ? member->cluster : nullptr;
 }
 
+SYMTAB* static_in_cluster(const SYMTAB* cluster, std::int64_t bits) {
+    const auto found = clusters().first.find(cluster);
+    if (found == clusters().first.end()) return nullptr;
+    // The members stand in order of their places.
+    const std::vector<MEMBER>& members = clusters().members;
+    auto next = members.begin() + static_cast<std::ptrdiff_t>(found->second);
+    while (next != members.end() && next->cluster == cluster && next->place->offset <= bits) ++next;
+    return (next - 1)->symbol;
+}
+
+bool is_member_of_cluster(const NODE* tree) {
+    return tree->op == STDOT && tree->left->op == NAME && clusters().first.contains(tree->left->symbol());
+}
+
 void close_clusters() {
     if (clusters().symbols.empty()) return;
     for (const MEMBER& member : clusters().members) {
         member.symbol->init = nullptr;
+        member.symbol->location = 0;
         member.symbol->retention = I_SYMTAB::NEVER;
     }
     for (SYMTAB* cluster : clusters().symbols) cluster->cqual |= CQ_VISIBLE;
@@ -554,6 +582,7 @@ void close_clusters() {
         EXPR_LIST* cell = symbol->init;
         while (cell != nullptr) {
             cell->tree = rewrite_tree(cell->tree, expand_address);
+            expand_tree(cell->tree); // members, whose address is taken
             cell = cell->next != symbol->init ? cell->next : nullptr;
         }
     }

@@ -4,6 +4,8 @@
 #ifndef OPT5_CLUSTERS_H
 #define OPT5_CLUSTERS_H
 
+#include <cstdint>
+
 class NODE;
 class SYMTAB;
 
@@ -24,6 +26,11 @@ NODE* expand_cluster_refs(NODE* tree);
 
 // The cluster that the static is a member of; null when it stands alone.
 SYMTAB* cluster_of(const SYMTAB* symbol);
+
+// The static that is the cluster's member at that place; null for another symbol.
+SYMTAB* static_in_cluster(const SYMTAB* cluster, std::int64_t bits);
+// Whether the tree is what the NAME of a static has become.
+bool is_member_of_cluster(const NODE* tree);
 
 // The end of the run: initialisers name clusters, too, and the members are dropped.
 void close_clusters();

@@ -3,28 +3,39 @@
 #include <stdio.h>
 #include <string.h>
 
-struct pair { int first; long second; };
+struct pair {
+    int first;
+    long second;
+};
 enum mode { IDLE, BUSY = 7 };
 
 static int count;
 static long total = 100000L;
 static enum mode mode = BUSY;
-static struct pair last = { 3, 4 };
-static int window[4] = { 9, 8, 7 };
+static struct pair last = {3, 4};
+static int window[4] = {9, 8, 7};
 static char word[6] = "abc";
 static float scale = 1.5f;
-static int *cursor = &window[1];
-static const struct pair limits[2] = { { -5, -6 }, { 5, 6 } };
-static const int steps[3] = { 1, 10, 100 };
+static int* cursor = &window[1];
+static const struct pair limits[2] = {{-5, -6}, {5, 6}};
+static const int steps[3] = {1, 10, 100};
 static int zeros[40];
-static struct { unsigned a : 3, b : 5; int c; } bits = { 5, 17, 1 };
+static struct {
+    unsigned a : 3, b : 5;
+    int c;
+} bits = {5, 17, 1};
 
 static volatile int tick;
 static int placed __attribute__((section("fast"))) = 2;
 
 /* Addresses as data: the objects move, and so must these. */
-static int *const places[] = { &count, &window[2], &zeros[39], &placed };
-static struct { long *total; char *text; const int *step; struct pair *pair; } table = { &total, word + 1, &steps[1], &last };
+static int* const places[] = {&count, &window[2], &zeros[39], &placed};
+static struct {
+    long* total;
+    char* text;
+    const int* step;
+    struct pair* pair;
+} table = {&total, word + 1, &steps[1], &last};
 
 static void add(int n) {
     count += n;
@@ -43,7 +54,7 @@ static int check(void) {
     if (cursor == &window[1]) seen |= 1;
     if (places[0] == &count) seen |= 2;
     if (&zeros[39] == places[2]) seen |= 4;
-    if ((void *)&last != (void *)&total) seen |= 8;
+    if ((void*)&last != (void*)&total) seen |= 8;
     if (table.text - word == 1) seen |= 16;
     if (places[1] != cursor) seen |= 32;
     return seen;
@@ -84,10 +95,10 @@ static int local(int n) {
 static int next(int n) { return n <= 1 ? count++ : next(n - 1) + steps[n % 3]; }
 
 static void show(void) {
-    printf("%d %ld %d %d %ld %d %d %d %d\n", count, total, mode, last.first, last.second, window[0], window[1], window[2],
-           window[3]);
-    printf("%s %.2f %d %d %d %d %d %d\n", word, (double)scale, (int)(cursor - window), zeros[39], bits.a, bits.b, bits.c,
-           placed);
+    printf("%d %ld %d %d %ld %d %d %d %d\n", count, total, mode, last.first, last.second, window[0],
+           window[1], window[2], window[3]);
+    printf("%s %.2f %d %d %d %d %d %d\n", word, (double)scale, (int)(cursor - window), zeros[39], bits.a,
+           bits.b, bits.c, placed);
 }
 
 int main(void) {
