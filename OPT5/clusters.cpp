@@ -402,6 +402,14 @@ void report(const SYMTAB* cluster, const std::vector<MEMBER>& members, int saved
                  names.c_str(), cluster->name, saved);
 }
 
+// The name, behind that of the function whose static it is.
+std::string full_name(const SYMTAB* symbol) {
+    for (const PRAGMA* pragma = symbol->pragmas; pragma != nullptr; pragma = pragma->next)
+        if (pragma->kind == PRAG_SCOPING_FUNC && !pragma->args.empty())
+            return pragma->args[0] + ":" + symbol->name;
+    return symbol->name;
+}
+
 void COLLECTOR::make_cluster(const GROUP& group, int saved) {
     std::vector<MEMBER> members;
     for (const int number : group.members)
@@ -417,8 +425,9 @@ void COLLECTOR::make_cluster(const GROUP& group, int saved) {
     std::uint64_t size = 0;
     for (const MEMBER& member : members) {
         fkMDATA& place = places.emplace_back();
-        std::string name = member.symbol->name;
-        while (!names.insert(name).second) name = member.symbol->name + ("$" + std::to_string(names.size()));
+        const std::string own_name = full_name(member.symbol);
+        std::string name = own_name;
+        while (!names.insert(name).second) name = own_name + "$" + std::to_string(names.size());
         place.name = intern_text(name);
         place.type = member.symbol->otype;
         const auto own = static_cast<std::uint64_t>(member.symbol->align);
