@@ -67,7 +67,9 @@ FLOW_PLAN::FLOW_PLAN() : checksum_(HASH_START) {
     add(count_);
 }
 
-std::uint32_t FLOW_PLAN::start(const BBLK* bb) const { return blocks_[static_cast<std::size_t>(bb->dfn)].start; }
+std::uint32_t FLOW_PLAN::start(const BBLK* bb) const {
+    return blocks_[static_cast<std::size_t>(bb->dfn)].start;
+}
 
 std::uint32_t FLOW_PLAN::end(const BBLK* bb) const { return blocks_[static_cast<std::size_t>(bb->dfn)].end; }
 

@@ -164,7 +164,8 @@ void finish_instrumentation() {
         table.push_back(maketree(UAND, mk_NAME(function.counts), nullptr, pointer, nullptr));
     }
     table.push_back(mk_ICON(INT65::from_signed(0), pointer));
-    SYMTAB* symbol = mk_kept_static("$O$flow_counts", tp->mk_array(pointer, static_cast<unsigned>(table.size())));
+    SYMTAB* symbol =
+        mk_kept_static("$O$flow_counts", tp->mk_array(pointer, static_cast<unsigned>(table.size())));
     give_initialiser(symbol, std::move(table));
 }
 

@@ -122,7 +122,8 @@ bool PROFILE::add(std::string_view text, std::string& error) {
     return true;
 }
 
-const PROFILE::COUNTS* PROFILE::find(const std::string& name, std::uint32_t checksum, std::size_t size) const {
+const PROFILE::COUNTS* PROFILE::find(const std::string& name, std::uint32_t checksum,
+                                     std::size_t size) const {
     const auto function = functions_.find(name);
     if (function == functions_.end()) return nullptr;
     for (const COUNTS& counts : function->second)
@@ -162,10 +163,12 @@ void apply_to_transfer(const BBLK* bb, const FLOW_PLAN& plan, const std::vector<
         edge_count[to] = counts[plan.counter_of_edge(bb, position)];
         references[to] = 0;
     }
-    for_each_labelref(transfer, [&](const NODE* label) { references[static_cast<std::size_t>(label->label->bb->dfn)]++; });
+    for_each_labelref(
+        transfer, [&](const NODE* label) { references[static_cast<std::size_t>(label->label->bb->dfn)]++; });
     for_each_labelref(transfer, [&](NODE* label) {
         const auto to = static_cast<std::size_t>(label->label->bb->dfn);
-        const std::uint64_t share = edge_count[to] / references[to] + (edge_count[to] % references[to] != 0 ? 1 : 0);
+        const std::uint64_t share =
+            edge_count[to] / references[to] + (edge_count[to] % references[to] != 0 ? 1 : 0);
         label->edge_profile = in_tree(share);
         edge_count[to] -= share;
         references[to]--;
@@ -173,6 +176,18 @@ void apply_to_transfer(const BBLK* bb, const FLOW_PLAN& plan, const std::vector<
 }
 
 } // namespace
+
+void apply_counts(const FLOW_PLAN& plan, const std::vector<std::uint64_t>& counts) {
+    currfuninfo->profile_state = 2;
+    currfuninfo->entry_count = in_tree(counts[plan.start(currfuninfo->bb_list)]);
+    const auto blocks = static_cast<std::size_t>(currfuninfo->bb_count) + 1;
+    std::vector<std::uint64_t> edge_count(blocks);
+    std::vector<std::uint32_t> references(blocks);
+    for (BBLK* bb = currfuninfo->bb_list; !bb->is_exit(); bb = bb->next) {
+        bb->count = static_cast<std::int32_t>(std::min<std::uint64_t>(counts[plan.start(bb)], INT_MAX));
+        apply_to_transfer(bb, plan, counts, edge_count, references);
+    }
+}
 
 void apply_profile() {
     if (profile == nullptr) return;
@@ -186,13 +201,5 @@ void apply_profile() {
                      name.c_str());
         return;
     }
-    currfuninfo->profile_state = 2;
-    currfuninfo->entry_count = in_tree(found->counts[plan.start(currfuninfo->bb_list)]);
-    const auto blocks = static_cast<std::size_t>(currfuninfo->bb_count) + 1;
-    std::vector<std::uint64_t> edge_count(blocks);
-    std::vector<std::uint32_t> references(blocks);
-    for (BBLK* bb = currfuninfo->bb_list; !bb->is_exit(); bb = bb->next) {
-        bb->count = static_cast<std::int32_t>(std::min<std::uint64_t>(found->counts[plan.start(bb)], INT_MAX));
-        apply_to_transfer(bb, plan, found->counts, edge_count, references);
-    }
+    apply_counts(plan, found->counts);
 }

@@ -12,6 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
+class FLOW_PLAN;
+
 class PROFILE {
   public:
     struct COUNTS {
@@ -19,8 +21,8 @@ class PROFILE {
         std::vector<std::uint64_t> counts;
     };
 
-    // Takes the text of a profile in addition to what is there. False for a text of another form: `error` then
-    // says what is wrong with which line.
+    // Takes the text of a profile in addition to what is there. False for a text of another form: `error`
+    // then says what is wrong with which line.
     bool add(std::string_view text, std::string& error);
 
     // The counts of the function of that name and checksum, null when there are none of that size.
@@ -36,9 +38,13 @@ class PROFILE {
 // ends the run with one line and status 1.
 void load_profile();
 
-// Gives the current function, whose graph buildcfg has just made, the counts of the profile: its entry count
-// and state, BBLK::count, and the count of every reference to a label. A function that the profile does not
-// know, or knows in another shape, stays without; a line on standard error says so. Nothing without a profile.
+// Gives the current function, to which the plan belongs, the counts of its counters: its entry count and
+// state, BBLK::count, and the count of every reference to a label.
+void apply_counts(const FLOW_PLAN& plan, const std::vector<std::uint64_t>& counts);
+
+// The same from the profile that was loaded, once buildcfg has made the graph. A function that the profile
+// does not know, or knows in another shape, stays without counts; a line on standard error says so. Nothing
+// without a profile.
 void apply_profile();
 
 #endif

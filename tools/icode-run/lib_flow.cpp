@@ -1,8 +1,8 @@
 // The end of a program that counts how often its blocks run: its counts, as text.
 //
 // Such a program has tables under this name, one from each file that it was linked from: for each function a
-// pointer to its name and one to an array of unsigned long, and a null pointer at the end. The array holds the
-// checksum of the function's flow graph, the number of counters and the counters.
+// pointer to its name and one to an array of unsigned long, and a null pointer at the end. The array holds
+// the checksum of the function's flow graph, the number of counters and the counters.
 
 #include <cinttypes>
 #include <cstdio>
