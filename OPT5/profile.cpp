@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int PROFILE_OPTION = 62;
+constexpr int COUNTING_OPTION = 61, PROFILE_OPTION = 62;
 constexpr std::string_view HEADING = "flow-counts 1";
 constexpr std::uint32_t LARGEST = NO_PROFILE - 1; // of a count in the trees
 
@@ -134,6 +134,10 @@ const PROFILE::COUNTS* PROFILE::find(const std::string& name, std::uint32_t chec
 void load_profile() {
     profile.reset();
     if (!file_options->is_present(PROFILE_OPTION)) return;
+    if (file_options->is_present(COUNTING_OPTION)) {
+        std::fprintf(stderr, "opt5: --count_flow and --flow_profile exclude each other\n");
+        std::exit(1);
+    }
     profile_name = file_options->getstrarg(PROFILE_OPTION, 0);
     std::string text, error;
     if (!read_whole(profile_name, text)) {
