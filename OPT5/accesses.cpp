@@ -20,13 +20,6 @@ namespace {
 
 bool is_local(const NODE* name) { return name->symbol()->level > 0; }
 
-// Whether reaching the place, a member of a member..., is volatile on the way.
-bool place_is_volatile(const NODE* place) {
-    for (; place->op == STDOT; place = place->left)
-        if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return true;
-    return node_is_volatile_access(place);
-}
-
 // The pointer that the address is reckoned from; null where it is the start itself.
 NODE* base_of_address(NODE* address) {
     switch (address->op) {

@@ -56,6 +56,17 @@ bool node_is_volatile_access(const NODE* node) {
     }
 }
 
+bool place_is_volatile(const NODE* place) {
+    for (; place->op == STDOT; place = place->left)
+        if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return true;
+    return node_is_volatile_access(place) || (place->op == STREF && node_is_volatile_access(place->right));
+}
+
+bool is_bit_field(const NODE* place) {
+    return (place->op == STDOT || place->op == STREF) && place->right->op == FIELD &&
+           place->right->mdata->bit_field;
+}
+
 bool tree_has_side_effects(NODE* tree) {
     return any_node(
         tree, [](NODE* node) { return side_effects[node->op] != SE_NONE || node_is_volatile_access(node); });

@@ -110,6 +110,12 @@ bool tree_has_side_effects(NODE* tree);
 // Whether the node by itself accesses volatile storage, as far as its types and its symbol tell.
 bool node_is_volatile_access(const NODE* node);
 
+// Whether reaching the place, a member of a member of an object, is volatile on the way.
+bool place_is_volatile(const NODE* place);
+
+// Whether the place is a bit-field, by `.` or `->`.
+bool is_bit_field(const NODE* place);
+
 // Marks the function's first statement as the one that receives the parameters, if it has that form: a
 // left-nested PCOMMA chain of assignments of a parameter to itself, or one such assignment. By its form alone
 // it could not be told from an assignment that the program makes further on.

@@ -51,11 +51,6 @@ bool has_at_most(NODE* tree, int limit) {
     return !any_node(tree, [&](NODE*) { return ++count > limit; });
 }
 
-bool is_bit_field(const NODE* place) {
-    return (place->op == STDOT || place->op == STREF) && place->right->op == FIELD &&
-           place->right->mdata->bit_field;
-}
-
 bool acts_like_call(const NODE* node) {
     switch (node->op) {
         case COMMAOP:

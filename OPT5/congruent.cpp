@@ -211,10 +211,6 @@ int opASG_of_op(int op) {
 }
 
 // A bit-field is promoted by its width, which its type does not tell.
-bool is_bit_field(const NODE* place) {
-    return (place->op == STDOT || place->op == STREF) && place->right->mdata->bit_field;
-}
-
 // Whether `x op= y` computes what `op` in `type` does: the sign of the operation's type counts only for
 // these.
 bool sign_matters(int op) { return op == DIV || op == MOD || op == SRL; }

@@ -42,8 +42,6 @@ namespace {
 constexpr int ROUNDS_PER_STATEMENT = 4;
 constexpr int ROUNDS_PER_FUNCTION = 6;
 
-bool is_bit_field(const NODE* place) { return place->op == STDOT && place->right->mdata->bit_field; }
-
 class REMOVER {
   public:
     explicit REMOVER(const PRIVATE_SYMBOLS& symbols) : symbols_(symbols) {}

@@ -311,6 +311,9 @@ int auto_inline() {
     }
 }
 
+bool auto_inline_is_given() { return is_in_force(4); }
+bool inlining_is_forbidden() { return is_in_force(34); }
+bool inlining_keeps_size() { return is_in_force(35); }
 bool fp_add_is_associative() { return value_in_force(24) != 15; }
 bool saturating_add_is_associative() { return value_in_force(53) == 40; }
 int interrupt_threshold() {

@@ -67,11 +67,6 @@ void give_up(SYMTAB* symbol) {
     symbol->sole_def = nullptr;
 }
 
-bool is_bit_field(const NODE* place) {
-    return (place->op == STDOT || place->op == STREF) && place->right->op == FIELD &&
-           place->right->mdata->bit_field;
-}
-
 // The count walk over one statement.
 class COUNTER {
   public:

@@ -41,21 +41,10 @@ constexpr std::uint32_t NEVER = std::numeric_limits<std::uint32_t>::max();
 // Looking at accesses costs this many steps for each node of a statement at most.
 constexpr std::size_t STEPS_PER_NODE = 16;
 
-bool is_bit_field(const NODE* place) {
-    return (place->op == STDOT || place->op == STREF) && place->right->op == FIELD &&
-           place->right->mdata->bit_field;
-}
-
 // What leads to the object that the place is part of: a NAME, a UMULT or STREF of a pointer, or a value.
 NODE* base_of(NODE* place) {
     while (place->op == STDOT) place = place->left;
     return place;
-}
-
-bool is_volatile_place(const NODE* place) {
-    for (; place->op == STDOT; place = place->left)
-        if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return true;
-    return node_is_volatile_access(place) || (place->op == STREF && node_is_volatile_access(place->right));
 }
 
 // Whether the address of the place may be computed twice.
@@ -144,7 +133,7 @@ void PROMOTER::note_barrier() {
 void PROMOTER::note_access(NODE* place, bool write) {
     const NODE* base = base_of(place);
     const int number = base->op == NAME ? symbols_.number_of(base->symbol()) : -1;
-    if (is_volatile_place(place)) note(KEEPS_ORDER);
+    if (place_is_volatile(place)) note(KEEPS_ORDER);
     if (number >= 0) {
         note(write ? WRITES : READS, number);
     } else {
@@ -278,7 +267,7 @@ NODE* PROMOTER::in_temporary(NODE* value, TYPE* type) {
 NODE* PROMOTER::promote(NODE* assignment) {
     NODE* place = assignment->left;
     const int base = base_of(place)->op;
-    if ((base != NAME && base != UMULT && base != STREF) || is_volatile_place(place) || is_bit_field(place))
+    if ((base != NAME && base != UMULT && base != STREF) || place_is_volatile(place) || is_bit_field(place))
         return nullptr;
     if (assignment->op == ARASG || assignment->op == STASG) {
         if (assignment->op == ARASG || place->op != NAME) return nullptr;

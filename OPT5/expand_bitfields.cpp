@@ -130,17 +130,6 @@ fkMDATA* member_at(const CONTAINER& container, TYPE** csu) {
     return is_right ? member : nullptr;
 }
 
-bool is_bit_field(const NODE* place) {
-    return (place->op == STDOT || place->op == STREF) && place->right->op == FIELD &&
-           place->right->mdata->bit_field;
-}
-
-bool is_volatile_place(const NODE* place) {
-    for (; place->op == STDOT; place = place->left)
-        if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return true;
-    return node_is_volatile_access(place) || (place->op == STREF && node_is_volatile_access(place->right));
-}
-
 NODE* icon(std::int64_t value, TYPE* type) {
     return mk_ICON(truncate_to_type(INT65::from_signed(value), type), type);
 }
@@ -206,7 +195,7 @@ class EXPANDER {
 };
 
 bool EXPANDER::find_container(const NODE* place, CONTAINER& field) {
-    if (!is_bit_field(place) || is_volatile_place(place) || !place->type->is_integral()) return false;
+    if (!is_bit_field(place) || place_is_volatile(place) || !place->type->is_integral()) return false;
     TYPE* csu = place->right->csu()->get_csu();
     if (csu == nullptr) return false;
     auto known = containers_.find(csu);

@@ -86,10 +86,6 @@ bool collect_leaves(TYPE* type, std::vector<STEP>& path, std::int64_t offset, st
     return !leaves.empty();
 }
 
-bool is_bit_field(const NODE* place) {
-    return (place->op == STDOT || place->op == STREF) && place->right->mdata->bit_field;
-}
-
 // Whether a compound assignment by the operator gives a bit-field the same value as an assignment of the
 // operation in the field's declared type.
 bool op_suits_bit_field(int assignment_op) {
@@ -237,10 +233,9 @@ void EXPLOSION::look_at_operands(NODE* tree) {
 
 // Whether the object can be read or written member by member.
 bool is_object(NODE* place) {
-    for (; place->op == STDOT; place = place->left)
-        if (node_is_volatile_access(place) || node_is_volatile_access(place->right)) return false;
-    if (place->op == STREF && node_is_volatile_access(place->right)) return false;
-    return (place->op == NAME || place->op == UMULT || place->op == STREF) && !node_is_volatile_access(place);
+    if (place_is_volatile(place)) return false;
+    while (place->op == STDOT) place = place->left;
+    return place->op == NAME || place->op == UMULT || place->op == STREF;
 }
 
 // An assignment of structures as a statement; false if it can't be done member by member.

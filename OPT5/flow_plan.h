@@ -5,9 +5,8 @@
 // making the same plan. In order of the layout, each block but the exit block has
 //
 //   start      a counter at its start, behind the prolog: how often the block was entered,
-//   end        where it makes a call and has one successor, other than the exit block: a counter at its end.
-//   A
-//              call may not come back, or come back twice,
+//   end        where it makes a call and has one successor, other than the exit block: a counter at its
+//              end. A call may not come back, or come back twice,
 //   edges      for each critical edge, in order of the successors: a counter on the edge. An edge is critical
 //              that leaves a block with several successors for one that can be entered on other ways too.
 //

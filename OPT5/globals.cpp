@@ -104,6 +104,8 @@ void write_initialiser(SYMTAB* symbol) {
 } // namespace
 
 void closing_run_over_globals() {
+    close_file_summary();
+    mark_names_in_assembly();
     for (SYMTAB* symbol = global_symbols; symbol != nullptr; symbol = symbol->next) decide_retention(symbol);
     if (print_debug != 0) {
         dprintf("\n\fGlobal symbols\n\n");

@@ -38,7 +38,9 @@ struct SYMBOL_RECORD {
 // The trees of one initialiser, in ascending order of address; the last is an ENDINIT.
 using INIT_TREES = std::vector<BASE_NODE*>;
 
-enum EHT_ENTRY_KIND : unsigned { EHK_EXPR = 1, EHK_CATCH = 2 };
+// What stands at an entry: a tree that is evaluated in passing, a list of types that are caught, a mark, or
+// the end of the program.
+enum EHT_ENTRY_KIND : unsigned { EHK_EXPR = 1, EHK_CATCH = 2, EHK_CLEANUP_END = 3, EHK_TERMINATE = 5 };
 
 struct I_CATCH_ENTRY {
     std::string type_name;

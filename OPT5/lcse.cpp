@@ -57,10 +57,6 @@ bool has_effect(const NODE* node) {
     return node->op != COMMAOP && (side_effects[node->op] != SE_NONE || is_volatile_place(node));
 }
 
-bool is_bit_field(const NODE* place) {
-    return (place->op == STDOT || place->op == STREF) && place->right->mdata->bit_field;
-}
-
 // Puts the node that `from` is in the place of `node`, whose operands are someone else's by now.
 void overwrite(NODE* node, NODE* from) {
     *node = *from;

@@ -2,6 +2,7 @@
 
 #include "fileopt.h"
 #include "files.h"
+#include "pool.h"
 #include "symbol.h"
 
 LS* LS::open(FUNINFO* function) {
@@ -15,6 +16,8 @@ LS* LS::open(FUNINFO* function) {
         scope->sibling = outer->children;
         outer->children = scope;
     }
+    scope->sequence = function->scope_count++;
+    if (scope->level > function->scope_depth) function->scope_depth = scope->level;
     if (scope->level == 2 && function->body_scope == nullptr) function->body_scope = scope;
     function->open_scope = scope;
     return scope;
@@ -36,13 +39,65 @@ void LS::add_symbol(SYMTAB* symbol) {
 namespace {
 
 // The scope behind this one in a walk that visits a scope before its children; null at the end.
-LS* next_in_tree(LS* scope) {
+template <class SCOPE> SCOPE* next_in_tree(SCOPE* scope) {
     if (scope->children != nullptr) return scope->children;
     while (scope != nullptr && scope->sibling == nullptr) scope = scope->parent;
     return scope != nullptr ? scope->sibling : nullptr;
 }
 
 } // namespace
+
+LS* LS::copy_scope_tree(const LS* root, const std::unordered_map<const SYMTAB*, SYMTAB*>& symbols,
+                        std::unordered_map<const LS*, LS*>& scopes) {
+    if (root == nullptr) return nullptr;
+    const auto copy_one = [&](const LS* scope) {
+        auto* copy = new (current_pool().allocate(sizeof(LS))) LS;
+        scopes.emplace(scope, copy);
+        copy->level = scope->level;
+        SYMLIST** place = &copy->symbols;
+        for (const SYMLIST* cell = scope->symbols; cell != nullptr; cell = cell->next) {
+            const auto symbol = symbols.find(cell->sym);
+            if (symbol == symbols.end()) continue;
+            symbol->second->scope = copy;
+            *place = mk_symlist(symbol->second, nullptr);
+            place = &(*place)->next;
+        }
+        return copy;
+    };
+    LS* copied_root = copy_one(root);
+    for (const LS* scope = root; scope != nullptr; scope = next_in_tree(scope)) {
+        LS* parent = scopes.at(scope);
+        LS** place = &parent->children;
+        for (const LS* child = scope->children; child != nullptr; child = child->sibling) {
+            *place = copy_one(child);
+            (*place)->parent = parent;
+            place = &(*place)->sibling;
+        }
+    }
+    return copied_root;
+}
+
+void LS::offset_scope(unsigned delta, int new_owner) {
+    OPTASSERT(delta != 0);
+    LS* const outside = parent;
+    LS* const behind = sibling;
+    parent = sibling = nullptr; // the walk stays inside
+    for (LS* scope = this; scope != nullptr; scope = next_in_tree(scope)) {
+        scope->sequence = currfuninfo->scope_count++;
+        scope->level += static_cast<int>(delta);
+        scope->owner = new_owner;
+        if (scope->level > currfuninfo->scope_depth) currfuninfo->scope_depth = scope->level;
+    }
+    parent = outside;
+    sibling = behind;
+}
+
+void LS::splice_scope(LS* scope, int new_owner) {
+    scope->offset_scope(static_cast<unsigned>(level + 1 - scope->level), new_owner);
+    scope->parent = this;
+    scope->sibling = children;
+    children = scope;
+}
 
 void LS::validate(LS* root) {
     for (LS* scope = root; scope != nullptr; scope = next_in_tree(scope)) {

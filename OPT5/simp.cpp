@@ -97,11 +97,6 @@ bool is_icon(const NODE* node, std::int64_t value) {
     return node->op == ICON && node->u.lval == INT65::from_signed(value);
 }
 
-bool is_bit_field(const NODE* node) {
-    return (node->op == STDOT || node->op == STREF) && node->right->op == FIELD &&
-           node->right->mdata->bit_field;
-}
-
 NODE* icon(const INT65& value, TYPE* type) { return mk_ICON(value, type); }
 
 NODE* known_value(NODE* tree, const INT65& value, TYPE* type, ::LOOP* loop) {

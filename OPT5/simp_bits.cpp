@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "bbutils.h"
 #include "congruent.h"
 #include "erase.h"
 #include "fold.h"

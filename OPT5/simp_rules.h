@@ -82,7 +82,6 @@ bool may_swap(NODE* a, NODE* b);
 
 bool is_icon(const NODE* node);
 bool is_icon(const NODE* node, std::int64_t value);
-bool is_bit_field(const NODE* node);
 NODE* icon(const INT65& value, TYPE* type);
 
 // The constant `effects, value` of the type, in place of `tree`, whose value is known: its effects stay.

@@ -30,11 +30,11 @@ std::unordered_map<const char*, SYMTAB*>& external_symbols() {
     return map;
 }
 
-// Rank of a global among those of its name; 0: not an external.
+// Rank of a global among those of its name; 0: not an external. A static is none: in a file that was merged
+// from several, a declaration of its name can be another file's.
 int definition_rank(const SYMTAB* symbol) {
     switch (symbol->sclass) {
-        case SC_EXTDEF: return 3;
-        case SC_STATIC: return symbol->otype->is_func() ? 2 : 0;
+        case SC_EXTDEF: return 2;
         case SC_EXTERN: return 1;
         default: return 0;
     }
@@ -350,6 +350,10 @@ bool is_automatic(const SYMTAB* symbol) {
         case SC_VARARG: return symbol->level > 0;
         default: return false;
     }
+}
+
+bool is_immutable(const SYMTAB* symbol) {
+    return (symbol->otype->is_const() || symbol->type->is_const()) && !symbol->otype->is_volatile();
 }
 
 bool sym_is_FAR(const SYMTAB* symbol) {

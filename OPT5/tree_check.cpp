@@ -1,5 +1,6 @@
 #include "tree_check.h"
 
+#include "bbutils.h"
 #include "node.h"
 #include "opcodes.h"
 #include "opt_expr.h"
@@ -31,11 +32,6 @@ bool is_place(const NODE* node) {
         case DDNODE: return true;
         default: return false;
     }
-}
-
-bool is_bit_field(const NODE* node) {
-    return (node->op == STDOT || node->op == STREF) && node->right->op == FIELD &&
-           node->right->mdata->bit_field;
 }
 
 bool is_address(const NODE* node) { return node->type->is_ptr() || node->type->is_ref(); }

@@ -204,7 +204,11 @@ bool TYPE_PKG::compatible_types(const TYPE* left, const TYPE* right, bool ignore
                     pending.push_back({x.params[i].type, y.params[i].type, true});
                 break;
             }
-            default: return false; // different tagged types
+            default: // different tagged types, unless one is only declared
+                if (a->csu_ == nullptr || a->csu_->is_complete == b->csu_->is_complete ||
+                    is_made_up(a->name_) || compare_type_names(a->name_, b->name_) != 0)
+                    return false;
+                break;
         }
     }
     return true;

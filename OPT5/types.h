@@ -492,6 +492,8 @@ class TYPE_PKG {
 
     // --- Comparison and merging.
     bool exact_types(const TYPE* a, const TYPE* b) const;
+    // As C has it for two declarations of one name. A structure that is only declared is compatible with any
+    // of its kind and tag.
     bool compatible_types(const TYPE* a, const TYPE* b, bool ignore_qualifiers) const;
     // True when the two types, and all that they are built from, have one meaning. A structure that is only
     // declared means the first complete one of its tag. All types are sorted by meaning at once, which takes

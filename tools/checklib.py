@@ -194,7 +194,10 @@ class Workbench:
         return done.returncode, done.stdout, done.stderr
 
     def compile(self, source):
-        """Gives (file, None), or (None, why not). An intermediate file is taken as it is."""
+        """Gives (file, None), or (None, why not). An intermediate file is taken as it is; of a folder all C sources are
+        compiled and linked, in order of their names."""
+        if os.path.isdir(source):
+            return self.link(sorted(os.path.join(source, name) for name in os.listdir(source) if name.endswith(".c")))
         if not source.endswith(".c"):
             return source, None
         result = self.path(os.path.basename(source)[:-2] + ".ic")
@@ -203,6 +206,20 @@ class Workbench:
             return None, "icode-cc: " + out.decode()
         if status != 0 or not os.path.exists(result):
             return None, f"icode-cc: {describe_end(status)}: {first_lines(err or out)}"
+        return result, None
+
+    def link(self, sources):
+        """Compiles the sources and merges the results; gives (file, None), or (None, why not)."""
+        parts = []
+        for source in sources:
+            part, why = self.compile(source)
+            if why:
+                return None, f"{os.path.basename(source)}: {why}"
+            parts.append(part)
+        result = self.path("linked.ic")
+        status, out, err = self.call([self.tool("icode-link"), *parts, "-o", result])
+        if status != 0:
+            return None, f"icode-link: {out.decode() if status is None else first_lines(err or out)}"
         return result, None
 
     def optimise(self, source, config, result=None, extra=()):
@@ -339,7 +356,7 @@ class Expected:
 
     @staticmethod
     def beside(source):
-        stem = os.path.splitext(source)[0]
+        stem = os.path.splitext(os.path.normpath(source))[0]
 
         def content(suffix):
             try:
@@ -361,7 +378,7 @@ class Expected:
 
 
 def add_common_arguments(parser):
-    parser.add_argument("file", help="a C source (.c) or an intermediate file (.ic)")
+    parser.add_argument("file", help="a C source (.c), a folder of C sources that are linked, or an intermediate file (.ic)")
     parser.add_argument("--bin", metavar="DIR", help="where the tools are (default: build/bin, or $ICODE_BIN)")
     parser.add_argument("--keep", action="store_true", help="keep the intermediate files and say where they are")
     parser.add_argument("--opt-args", default="", metavar="WORDS", help="further words for opt5")

@@ -50,8 +50,8 @@ class FLOW_PROFILE : public RANDOM_GRAPH_TEST {
 
     // Walks the counting function until it returns or a call ends it; calls may also go back to behind a call
     // that was made before.
-    void walk(std::mt19937& random, const std::map<const BBLK*, int>& original, std::vector<std::uint64_t>& counts,
-              TRUTH& truth) {
+    void walk(std::mt19937& random, const std::map<const BBLK*, int>& original,
+              std::vector<std::uint64_t>& counts, TRUTH& truth) {
         struct PLACE {
             const BBLK* bb;
             const LIST* cell;
@@ -78,7 +78,8 @@ class FLOW_PROFILE : public RANDOM_GRAPH_TEST {
                 if (edge->next == nullptr) truth.edges[{from, original.at(edge->bb)}]++;
                 return;
             }
-            for (unsigned i = random() % static_cast<unsigned>(edge_length(edge)); i > 0; i--) edge = edge->next;
+            for (unsigned i = random() % static_cast<unsigned>(edge_length(edge)); i > 0; i--)
+                edge = edge->next;
             at = {edge->bb, edge->bb->statements};
             if (!original.contains(at.bb)) continue;
             truth.edges[{from, original.at(at.bb)}]++;
@@ -114,8 +115,9 @@ TEST_F(FLOW_PROFILE, CountsOfWalksComeBackOnTheEdges) {
         for (const BBLK* bb = currfuninfo->bb_list; !bb->is_exit(); bb = bb->next) {
             EXPECT_EQ(static_cast<std::uint64_t>(bb->count), truth.blocks[bb->dfn]) << "BB" << bb->dfn;
             std::map<int, std::uint64_t> found;
-            for_each_labelref(last_statement(bb),
-                              [&](const NODE* label) { found[label->label->bb->dfn] += label->edge_profile; });
+            for_each_labelref(last_statement(bb), [&](const NODE* label) {
+                found[label->label->bb->dfn] += label->edge_profile;
+            });
             double left = 0;
             for (const auto& [to, count] : found) left += static_cast<double>(count);
             for (const auto& [to, count] : found) {
@@ -160,8 +162,9 @@ TEST(PROFILE_TEXT, JoinedFilesAddUpAndKeepVersionsApart) {
     PROFILE profile;
     std::string error;
     const std::string one = "flow-counts 1\nfunction 0000002a 3 a file.c:f\n1 2\n3\nfunction ff 1 g\n7\n";
-    ASSERT_TRUE(profile.add(one + one + "flow-counts 1\nfunction 2b 1 a file.c:f\n18446744073709551615\n"
-                                        "function 2b 1 a file.c:f\n5\nfunction 0 0 empty\n",
+    ASSERT_TRUE(profile.add(one + one +
+                                "flow-counts 1\nfunction 2b 1 a file.c:f\n18446744073709551615\n"
+                                "function 2b 1 a file.c:f\n5\nfunction 0 0 empty\n",
                             error))
         << error;
     ASSERT_NE(profile.find("a file.c:f", 42, 3), nullptr);

@@ -301,6 +301,8 @@ TEST_F(Types, ADeclaredTagMergesWithItsDefinition) {
     TYPE* declared = done(tp.mk_struct("S", {0, 16}), false);
     TYPE* pointer = tp.mk_ptr(declared);
     TYPE* defined = structure("S", i());
+    EXPECT_TRUE(tp.compatible_types(pointer, tp.mk_ptr(defined), false)) << "whichever definition it means";
+    EXPECT_FALSE(tp.compatible_types(pointer, tp.mk_ptr(structure("T", i())), false));
     merge_all();
     EXPECT_EQ(declared->equiv_end(), defined);
     EXPECT_EQ(defined->equiv_end(), defined);

@@ -169,6 +169,7 @@ enum opcode : std::uint16_t {
     MARK_INIT,   // register b has a value now
     SCOPE_BEGIN, // scope c of the function begins: its objects live, without a value
     SCOPE_END,
+    CLEANUP_END, // a clean-up has been evaluated: the search for a handler goes on
     OPCODES
 };
 
@@ -216,6 +217,30 @@ struct call_site {
     scalar result;
     std::uint32_t result_offset = 0; // of a structure result: where the frame has room for it
     std::uint32_t result_units = 0;
+    std::uint32_t region =
+        0; // where an exception that leaves the callee goes on: entry of the caller's table
+};
+
+// One entry of a function's exception table, by its number. Entries 0 and 1 have none of this: the exception
+// leaves the function.
+struct exception_region {
+    struct catch_clause {
+        std::string type;
+        std::uint64_t value; // what the EH switch yields
+        bool everything;
+    };
+    unsigned kind = 0;
+    std::uint32_t link = 0;
+    std::uint32_t cleanup_pc = 0; // of a clean-up
+    std::vector<catch_clause> clauses;
+};
+
+// Where a caught exception resumes a function.
+struct resume_point {
+    static constexpr std::uint32_t NONE = 0xffffffffu;
+    std::uint32_t pc = NONE;
+    std::uint32_t reg = 0; // receives the value of the catch
+    scalar rep;
 };
 
 struct switch_table {
@@ -262,6 +287,8 @@ struct function_code {
     std::vector<switch_table> switches;
     std::vector<std::string> texts;
     std::vector<scope_code> scopes;
+    std::vector<exception_region> regions;
+    resume_point eh_switch;
 };
 
 } // namespace run

@@ -69,17 +69,16 @@ void image::find_data_model() {
 }
 
 void image::place_globals() {
+    // What a declaration of that name means. A static of a merged file is known in its own part only.
     std::unordered_map<std::string_view, const model::symbol*> defined;
     std::unordered_map<const model::symbol*, std::uint32_t> bodies;
     for (std::uint32_t i = 0; i < program.functions.size(); i++) {
         const model::symbol* symbol = program.functions[i].sym;
         bodies.emplace(symbol, i);
-        defined.emplace(symbol->name, symbol);
+        if (symbol->sclass != SC_STATIC) defined.emplace(symbol->name, symbol);
     }
     for (const model::symbol* symbol : program.globals)
-        if ((symbol->sclass == SC_EXTDEF || symbol->sclass == SC_STATIC) && !symbol->type->is_func() &&
-            symbol->pragma(PRAG_SCOPING_FUNC) == nullptr)
-            defined.emplace(symbol->name, symbol);
+        if (symbol->sclass == SC_EXTDEF && !symbol->type->is_func()) defined.emplace(symbol->name, symbol);
 
     std::vector<const model::symbol*> declared_only;
     for (const model::symbol* symbol : program.globals) {

@@ -9,7 +9,6 @@ namespace run {
 
 namespace {
 
-constexpr int ABORT_STATUS = 134; // what a shell shows for a program that aborts
 constexpr std::uint64_t RANGE_ERROR = 34;
 
 std::uint64_t allocate(library_call& c, std::uint64_t units, bool clear) {

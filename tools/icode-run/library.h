@@ -57,6 +57,10 @@ struct intrinsic {
     bool is_function; // a program may call it as a function
 };
 
+// The intrinsic that yields 0, and yields the value of the catch when an exception has been caught. It is the
+// machine's own and stands in no table.
+constexpr std::string_view EH_SWITCH = "__eh_switch";
+
 // The intrinsic of that name, or null.
 const intrinsic* find_intrinsic(std::string_view name);
 
@@ -69,6 +73,7 @@ const std::vector<library_function>& stdio_functions();
 const std::vector<library_function>& string_functions();
 const std::vector<library_function>& utility_functions();
 const std::vector<library_function>& math_functions();
+const std::vector<library_function>& exception_functions();
 const std::vector<library_function>& flow_functions();
 
 } // namespace run

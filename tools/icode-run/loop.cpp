@@ -348,6 +348,10 @@ std::uint64_t machine::loop() {
             case MARK_INIT: has_value_[frames_.back().base + i.b] = 1; break;
             case SCOPE_BEGIN: begin_scope(*fn, i.c, fp, frames_.back().base); break;
             case SCOPE_END: end_scope(*fn, i.c, fp); break;
+            case CLEANUP_END:
+                end_cleanup();
+                enter();
+                break;
             default: __builtin_unreachable();
         }
     }

@@ -98,6 +98,11 @@ void lowering::survey() {
             default: break;
         }
     }
+    for (const EHT_ENTRY& entry : source_.eht) {
+        results_used_ = 0;
+        survey_tree(static_cast<const tree*>(entry.tree), stack);
+        results_most_ = std::max(results_most_, results_used_);
+    }
     results_used_ = 0;
 }
 
@@ -240,6 +245,7 @@ void lowering::lower_body() {
     if (first && !source_.params.empty()) bad(nullptr, "does not receive its parameters");
     close_segment();
     emit(RET);
+    lower_regions();
 }
 
 void lowering::lower_statement(const tree* statement) {

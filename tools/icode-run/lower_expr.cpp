@@ -515,6 +515,7 @@ void lowering::do_call(const tree* t, std::uint32_t arguments) {
 
     call_site site;
     site.result = scalar_of(t->type);
+    site.region = t->eht_index;
     set_up_arguments(values, site, trees);
     if (site.result.is_aggregate()) {
         const std::uint32_t align = align_of(t->type);
@@ -563,6 +564,10 @@ void lowering::do_intrinsic(const tree* t, std::uint32_t arguments) {
     push_arguments(t->op == ICALL || t->op == MCALL ? t->left : nullptr, trees);
     std::vector<item> values(arguments);
     for (std::uint32_t i = arguments; i-- > 0;) values[i] = pop();
+    if (t->text == EH_SWITCH) {
+        push_eh_switch(t);
+        return;
+    }
     const intrinsic* builtin = find_intrinsic(t->text);
     if (builtin == nullptr || arguments < builtin->arguments)
         bad(t, builtin == nullptr ? "of '" + std::string(t->text) + "' has no meaning when a program runs"

@@ -142,6 +142,10 @@ class lowering {
     std::uint32_t user_label(const tree* reference);
     std::uint32_t scope_of_label(std::uint32_t number) const;
 
+    // --- lower_regions.cpp: exceptions.
+    void lower_regions();
+    void push_eh_switch(const tree* t);
+
     // --- lower_expr.cpp: expressions.
     void lower_tree(act what, const tree* t, std::uint32_t label = 0, bool flag = false);
     void perform(const task& k);

@@ -64,6 +64,9 @@ int machine::run_main(std::uint32_t main_function, const std::vector<std::string
             status = static_cast<int>(call_function(main_function, site) & 0xff);
         } catch (const program_exit& e) {
             status = e.status;
+        } catch (const raised& e) {
+            report_exception(e.object, "is not caught");
+            status = ABORT_STATUS;
         }
         // What atexit registered, the newest first; it may register more, or exit anew.
         while (!exit_functions.empty()) {
@@ -71,10 +74,14 @@ int machine::run_main(std::uint32_t main_function, const std::vector<std::string
             exit_functions.pop_back();
             while (!frames_.empty()) pop_frame();
             native_depth_ = 0;
+            forget_cleanups(0);
             try {
                 call_back(next, nullptr, nullptr, 0, {});
             } catch (const program_exit& e) {
                 status = e.status;
+            } catch (const raised& e) {
+                report_exception(e.object, "is not caught");
+                status = ABORT_STATUS;
             }
         }
     } catch (const fault& f) {
@@ -197,11 +204,16 @@ std::uint64_t machine::execute() {
             const jump_target& target = jump_targets_[j.target];
             if (target.depth + 1 < depth) throw; // to a frame of an outer loop
             while (frames_.size() > target.depth + 1) pop_frame();
+            forget_cleanups(target.depth);
             native_depth_ = native;
             frame& f = frames_.back();
             f.ip = target.ip;
             registers_[f.base + target.dst] =
                 target.result.has_value() ? extend(j.value, target.result) : j.value;
+        } catch (const raised& e) {
+            if (frames_.size() < depth) throw; // this loop's own frames have ended
+            native_depth_ = native;
+            if (!unwind(e.object)) throw;
         }
     }
 }

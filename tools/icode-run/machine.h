@@ -35,6 +35,13 @@ struct program_exit {
     int status;
 };
 
+// Thrown while an exception of the program leaves calls by the library; the object says which.
+struct raised {
+    address object;
+};
+
+constexpr int ABORT_STATUS = 134; // what a shell shows for a program that aborts
+
 class machine {
   public:
     machine(image& image, const program_code& code, const run_options& options);
@@ -62,6 +69,13 @@ class machine {
     [[noreturn]] void long_jump(address buffer, std::uint64_t value);
     address stack_top() const { return sp_; }
 
+    // Exceptions of the program; docs/exceptions.md tells what they mean. Objects go by their address.
+    address allocate_exception(std::uint64_t units);
+    [[noreturn]] void throw_exception(address object, address type, address destructor);
+    address begin_catch(address object); // 0: the one that was caught last
+    void end_catch();
+    [[noreturn]] void rethrow();
+
   private:
     struct frame {
         const function_code* fn;
@@ -85,6 +99,33 @@ class machine {
         std::uint32_t target;
         std::uint64_t value;
     };
+
+    struct exception_object {
+        bool thrown = false;
+        int handlers = 0; // that have begun and not ended; negative while it is thrown again
+        std::string type;
+        address destructor = 0;
+        std::string place; // where it was thrown
+    };
+    struct cleanup { // that is being evaluated
+        address object;
+        std::size_t depth; // of the frame, from 0
+        std::uint32_t link;
+        std::uint32_t visited; // regions of the frame, this one included
+    };
+
+    // --- exceptions.cpp
+    // Looks for a handler from the call on that the newest frame makes, and ends the frames that have none.
+    // False when the frame that the library called has ended too.
+    bool unwind(address object);
+    // Looks in the newest frame. True when it goes on, in a clean-up or at its EH switch.
+    bool search_frame(address object, std::uint32_t region, std::uint32_t visited);
+    void land(address object, std::uint64_t value);
+    // Behind a clean-up; throws `raised` when the exception leaves the frame that the library called.
+    void end_cleanup();
+    void forget_cleanups(std::size_t depth); // of that frame and newer ones
+    void report_exception(address object, const std::string& what);
+    [[noreturn]] void terminate(address object, const std::string& what);
 
     void push_frame(std::uint32_t function, const call_site* site, std::uint32_t dst, bool native);
     void pop_frame();
@@ -118,6 +159,10 @@ class machine {
     unsigned native_depth_ = 0;
     std::vector<jump_target> jump_targets_;
     std::unordered_map<address, std::uint32_t> jump_numbers_; // by buffer
+    std::unordered_map<address, exception_object> exceptions_;
+    std::vector<address> landed_;   // caught, and no handler has begun
+    std::vector<address> handled_;  // in handlers, the innermost last
+    std::vector<cleanup> cleanups_; // ascending depth
 };
 
 } // namespace run
