@@ -144,6 +144,24 @@ class ProfileTest(unittest.TestCase):
                 for left in self.dir.glob("*.gc*"):
                     left.unlink()
 
+    def test_counts_of_linked_files(self):
+        # A static of one name in each file; counters come before linking, or after it.
+        for name, other, n in (("a.c", "int second(int);\nint main(void) { return f(3) + second(2) - 17; }", 3),
+                               ("b.c", "int second(int n) { return f(n); }", 4)):
+            (self.dir / name).write_text(
+                f"static int f(int n) {{ int i, s = 0; for (i = 0; i < n; i++) if (i != {n}) s += {n}; return s; }}\n{other}\n")
+            self.call("icode-cc", name, "-o", name + ".ic")
+            self.call("opt5", "--count_flow", name + ".ic", name + ".c.ic")
+        self.call("icode-link", "a.c.c.ic", "b.c.c.ic", "-o", "c.ic")
+        self.call("icode-run", "--flow-counts=t.cnt", "c.ic")
+        before = self.parsed()
+        self.assertEqual((before["a.c:f"][0], before["b.c:f"][0]), (1, 1))
+        self.assertEqual((max(before["a.c:f"]), max(before["b.c:f"])), (4, 3))
+        self.call("icode-link", "a.c.ic", "b.c.ic", "-o", "t.ic")
+        self.assertEqual(self.counts(None, "--opt_level=3"), before)
+        self.assertEqual(self.use("--opt_level=3").stderr, "")
+        self.call("icode-run", "u.ic")
+
     def test_noinstrument_leaves_the_program_alone(self):
         self.compile(SMALL)
         self.call("opt5", "--count_flow", "--debug=noinstrument", "t.ic", "c.ic")
