@@ -102,8 +102,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
      "orders the functions by the call graph and drops those that need no code"},
     // From here on each function goes to the end before the next one starts.
     {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits,
-     "replaces the calls chosen for inlining by copies of their callees; makes statements of the assignments "
-     "inside expressions; cleans the flow graph"},
+     "lets a counting program leave its counts; replaces the calls chosen for inlining by copies of their "
+     "callees; makes statements of the assignments inside expressions; cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, build_stack_sharing_type,
      "gives arrays and structures of blocks that never live together the same room in the frame"},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
