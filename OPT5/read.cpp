@@ -12,6 +12,8 @@
 #include "files.h"
 #include "fl_statics.h"
 #include "if_file.h"
+#include "integrate.h"
+#include "integrate_stmts.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -302,7 +304,10 @@ void OPT_CLIENT::build_flow_graph(const PSN* psn) {
     for (LIST* cell = function->statements; cell != nullptr; cell = cell->next)
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
     check_for_synonym_function_in_pass_1();
+    const bool inline_statements = pass_debug("inline_statements") != 0;
+    if (inline_statements) integrate_calls_in_statements();
     seq_trees();
+    if (inline_statements && is_asked_for(function->symbol)) make_integrable_definition(function);
     buildcfg();
 }
 
