@@ -8,8 +8,8 @@
 class BBLK;
 struct PSN;
 
-// Appends statements to an open block. Edges are left to rebuildcfg, numbers to renumber_bblocks; the links of
-// the list are kept right all the time.
+// Appends statements to an open block. Edges are left to rebuildcfg, numbers to renumber_bblocks; the links
+// of the list are kept right all the time.
 class BLOCK_BUILDER {
   public:
     // Takes the statements off the block, which becomes the open one, and returns them.

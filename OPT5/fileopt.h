@@ -200,13 +200,13 @@ struct FILEINFO {
     std::vector<FUNINFO*> synonyms;                            // those with a `synonym_of`
     std::unordered_set<const char*> asm_names; // words of assembly texts, interned; never walked
     std::size_t definition_count = 0;          // integrable definitions in memory
-    std::size_t released = 0; // functions of the ordered list that nobody will integrate any more
-    std::uint32_t indirect_callers = 0;        // functions with FUN_calls_anonymous
-    bool is_cpp = false;                       // the file is in C++
-    bool is_built = false;                     // the ordered list stands, empty or not
-    bool globals_are_analyzed = false;         // analyze_global_symbols has run
-    bool recursion_is_known = false;           // detect_recursion has run
-    bool callees_are_reported = false;         // the undefined callees stand in the information file
+    std::size_t released = 0;           // functions of the ordered list that nobody will integrate any more
+    std::uint32_t indirect_callers = 0; // functions with FUN_calls_anonymous
+    bool is_cpp = false;                // the file is in C++
+    bool is_built = false;              // the ordered list stands, empty or not
+    bool globals_are_analyzed = false;  // analyze_global_symbols has run
+    bool recursion_is_known = false;    // detect_recursion has run
+    bool callees_are_reported = false;  // the undefined callees stand in the information file
     bool summary_is_open = false, summary_is_closed = false; // its section on the whole file
 };
 extern FILEINFO fileinfo;

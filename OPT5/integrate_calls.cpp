@@ -1,11 +1,11 @@
-// A call can be replaced only where it stands alone, as a statement or as all that is assigned to a variable. So
-// a statement that holds such calls is taken apart in the order of its evaluation:
+// A call can be replaced only where it stands alone, as a statement or as all that is assigned to a variable.
+// So a statement that holds such calls is taken apart in the order of its evaluation:
 //
 //     a[i] + f(x) * g()     t1 = a[i]; t2 = f(x); t3 = g(); t1 + t2 * t3
 //     p && f(p)             if (p) goto A; r = 0; goto J; A: r = f(p) != 0; goto J; J: r
 //
-// What is evaluated ahead of the call waits in a temporary, unless nothing that comes in between can change it.
-// A conditional part becomes control flow, so that a call under a condition stays under it.
+// What is evaluated ahead of the call waits in a temporary, unless nothing that comes in between can change
+// it. A conditional part becomes control flow, so that a call under a condition stays under it.
 //
 // The function is gone through once. Blocks that have been built are marked visited; those of a copy are not,
 // and are gone through in their turn, as they may hold calls that are to be integrated themselves.
@@ -149,9 +149,7 @@ class INTEGRATOR {
 
 long line_of(const PSN* psn) { return psn != nullptr ? static_cast<long>(psn->line) : 0; }
 
-const char* file_of(const PSN* psn) {
-    return psn != nullptr && psn->file != nullptr ? psn->file : "NO_FILE";
-}
+const char* file_of(const PSN* psn) { return psn != nullptr && psn->file != nullptr ? psn->file : "NO_FILE"; }
 
 bool tells() { return write_opt_info != 0 && finfo != nullptr; }
 
@@ -178,7 +176,8 @@ bool INTEGRATOR::is_chosen(NODE* call, const PSN* psn) {
     if (call->inline_depth() >= recursion_limit()) {
         dprintf("\n\t>>>>> WARNING: INLINE recursion limit exceeded.\n");
         if (tells())
-            std::fprintf(finfo, "\n>>>> WARNING: INLINE recursion limit exceeded on line %ld.\n", line_of(psn));
+            std::fprintf(finfo, "\n>>>> WARNING: INLINE recursion limit exceeded on line %ld.\n",
+                         line_of(psn));
         unsuppress_inline_function(callee);
         callee->flags &= ~FUN_is_inlined;
         return false;

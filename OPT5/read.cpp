@@ -12,6 +12,7 @@
 #include "files.h"
 #include "fl_statics.h"
 #include "if_file.h"
+#include "instrument.h"
 #include "integrate.h"
 #include "integrate_stmts.h"
 #include "ls.h"
@@ -328,4 +329,5 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
 void OPT_CLIENT::end_of_input() {
     if (currfunc != nullptr) bad_input(here(), "the file ends inside the function");
     change_fl_statics_to_auto();
+    finish_instrumentation();
 }

@@ -3,7 +3,8 @@
 //     symbols       parameters and locals are plain locals of the caller's outermost scope, temporaries get
 //                   fresh names
 //     scopes        hang under the scope of the call
-//     exceptions    the table of the callee is appended to the caller's; what would leave the callee goes on at
+//     exceptions    the table of the callee is appended to the caller's; what would leave the callee goes on
+//     at
 //                   the region of the call
 //     RETURN v      becomes target = v and a BRANCH to the block behind the call
 //     the end       becomes that BRANCH too
@@ -220,8 +221,7 @@ void CALLEE_SPLICER::adjust_block(BBLK* bb) {
         if (is_dead) {
             // Made a BRANCH to the caller's end as edges are derived.
             erase_tree(cell->first);
-            cell->first =
-                maketree(URETURN, mk_NAME(currfunc), nullptr, tp->void_type(), nullptr);
+            cell->first = maketree(URETURN, mk_NAME(currfunc), nullptr, tp->void_type(), nullptr);
         } else if (op == RETURN) {
             replace_return(cell);
             any_return = true;
@@ -267,8 +267,7 @@ void CALLEE_SPLICER::bind_arguments(BLOCK_BUILDER& builder, NODE* call, CFG_COPY
         const auto received = prolog.find(parameter);
         NODE* assignment = received != prolog.end() ? received->second : nullptr;
         if (assignment == nullptr) {
-            assignment =
-                mk_ASG(mk_NAME(parameter, parameter->scope), coerce_to_type(value, parameter->type));
+            assignment = mk_ASG(mk_NAME(parameter, parameter->scope), coerce_to_type(value, parameter->type));
         } else {
             NODE** place = &assignment->right;
             while ((*place)->left != nullptr) place = &(*place)->left;

@@ -24,8 +24,8 @@ class CALLEE_SPLICER {
     static bool can_bind(const NODE* call, const FUNINFO* callee);
     // Splices a copy of the callee's integrable definition in where the builder stands: arguments are bound,
     // control passes through the copy and comes out in a new block, which the builder goes on with. What the
-    // callee returns is stored in `target`; null: it is dropped. Consumes the call, whose arguments must hold no
-    // call that is to be integrated itself. `block` is the one of the call. Linear in what is copied.
+    // callee returns is stored in `target`; null: it is dropped. Consumes the call, whose arguments must hold
+    // no call that is to be integrated itself. `block` is the one of the call. Linear in what is copied.
     void integrate(BLOCK_BUILDER& builder, NODE* call, FUNINFO* callee, SYMTAB* target, const BBLK* block);
     // The scope in which the block's calls stand.
     LS* scope_of(const BBLK* block) const;

@@ -18,6 +18,7 @@
 #include "files.h"
 #include "global_symbols.h"
 #include "inliner.h"
+#include "instrument.h"
 #include "integrate.h"
 #include "lcse.h"
 #include "ls.h"
@@ -46,6 +47,7 @@ void pass_2_header() {
 
 void pass_2_inits() {
     LS::print(currfuninfo->scopes);
+    add_instrumentation_exit_routine_to_atexit();
     LS::validate(currfuninfo->scopes);
     integrate_calls_in_function();
     promote_all_embedded_assignments();

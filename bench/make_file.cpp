@@ -1,9 +1,10 @@
 // Writes an intermediate file of any size for measurements: FUNCTIONS functions of STATEMENTS statements
 // each. Prints the number of nodes in it.
 //
-// The shape "plain" has functions that know nothing of each other. With "calls", the statements of each function
-// are calls of functions further on, and an assignment to one of a hundred statics: a large call graph with
-// some cycles, under one `main`. With "tangle" the calls go anywhere, so that most functions are on one cycle.
+// The shape "plain" has functions that know nothing of each other. With "calls", the statements of each
+// function are calls of functions further on, and an assignment to one of a hundred statics: a large call
+// graph with some cycles, under one `main`. With "tangle" the calls go anywhere, so that most functions are
+// on one cycle.
 
 #include <cstdio>
 #include <cstdlib>
@@ -79,7 +80,8 @@ class maker {
             functions.push_back(global(name, i == 0 ? main_type : type, i == 0 ? SC_EXTDEF : SC_STATIC));
         }
         for (int i = 0; i < 100; i++) statics.push_back(global("g" + std::to_string(i), int_, SC_STATIC));
-        for (int i = 0; i < count; i++) calling(functions, i, calls, tangled, statics[static_cast<std::size_t>(i % 100)]);
+        for (int i = 0; i < count; i++)
+            calling(functions, i, calls, tangled, statics[static_cast<std::size_t>(i % 100)]);
     }
 
     long finish() { return I_FILE::if_close(file_, false) == 0 ? count_ : -1; }

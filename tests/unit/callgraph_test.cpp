@@ -108,7 +108,8 @@ struct MODEL {
             pending.pop_back();
             if (at == -1) {
                 for (int j = 0; j < size(); j++)
-                    if (is_root(functions[j]) && !(whole && TEST_FLAG(functions[j].info, FUN_is_main))) add(j);
+                    if (is_root(functions[j]) && !(whole && TEST_FLAG(functions[j].info, FUN_is_main)))
+                        add(j);
                 continue;
             }
             for (int to : functions[at].callees) add(to);
@@ -144,7 +145,8 @@ void RANDOM_CALL_GRAPH::build(unsigned seed) {
     for (int i = 0; i < count; i++) {
         MODEL_FUNCTION& f = model_.functions[static_cast<std::size_t>(i)];
         f.is_external = chance(20);
-        const std::string name = i == 0 ? "main" : "f" + std::to_string(random() % 1000) + "_" + std::to_string(i);
+        const std::string name =
+            i == 0 ? "main" : "f" + std::to_string(random() % 1000) + "_" + std::to_string(i);
         f.symbol = function(name.c_str(), f.is_external || i == 0 ? SC_EXTDEF : SC_STATIC);
         f.is_external = f.symbol->sclass == SC_EXTDEF;
     }
@@ -263,8 +265,8 @@ void RANDOM_CALL_GRAPH::check_recursion() {
         const std::set<int> reach = model_.reach(i);
         EXPECT_EQ(function_may_be_recursive(f.info), reach.contains(i));
         for (int j : reached())
-            EXPECT_EQ(f.info->reachable->test(
-                          static_cast<unsigned>(model_.functions[static_cast<std::size_t>(j)].info->cg_number)),
+            EXPECT_EQ(f.info->reachable->test(static_cast<unsigned>(
+                          model_.functions[static_cast<std::size_t>(j)].info->cg_number)),
                       reach.contains(j));
         EXPECT_EQ(f.info->reachable->test(0), reach.contains(-1));
     }
@@ -275,7 +277,8 @@ void RANDOM_CALL_GRAPH::check_reports() {
     const std::string text = info();
     for (int i = 0; i < model_.size(); i++) {
         const FUNINFO* f = model_.functions[static_cast<std::size_t>(i)].info;
-        const std::string line = "\n>>>> WARNING - Function " + f->name + "() is not called and will not be compiled\n";
+        const std::string line =
+            "\n>>>> WARNING - Function " + f->name + "() is not called and will not be compiled\n";
         EXPECT_EQ(text.find(line) != std::string::npos, !live.contains(i)) << line;
     }
     const auto listed = [](const std::vector<FUNINFO*>& list, const char* name) {
@@ -286,7 +289,8 @@ void RANDOM_CALL_GRAPH::check_reports() {
         outside |= f.outside;
         system |= f.system;
     }
-    EXPECT_EQ(listed(fileinfo.undefined_OUTSIDE, "out1") + listed(fileinfo.undefined_OUTSIDE, "out2") > 0, outside);
+    EXPECT_EQ(listed(fileinfo.undefined_OUTSIDE, "out1") + listed(fileinfo.undefined_OUTSIDE, "out2") > 0,
+              outside);
     EXPECT_EQ(fileinfo.undefined_OUTSIDE.size(),
               static_cast<std::size_t>(listed(fileinfo.undefined_OUTSIDE, "out1") +
                                        listed(fileinfo.undefined_OUTSIDE, "out2")));
@@ -364,7 +368,8 @@ TEST_F(CALL_GRAPH, OnlyGlobalsThatKeepTheirValueBecomeConst) {
         bool becomes_const;
     };
     std::vector<CASE_OF> cases;
-    const auto make = [&](const char* name, bool becomes_const, int sclass = SC_STATIC, TYPE* type = nullptr) {
+    const auto make = [&](const char* name, bool becomes_const, int sclass = SC_STATIC,
+                          TYPE* type = nullptr) {
         cases.push_back({global(name, sclass, type), becomes_const});
         initialise(cases.back().symbol, icon(5));
         return cases.back().symbol;
@@ -513,7 +518,8 @@ TEST_F(CALL_GRAPH, WhatTheLinkerMayReplaceIsUnknown) {
         if (c.visibility != nullptr) pragma(f, PRAG_SYM_VISIBILITY, c.visibility);
         begin(f);
         stmt(ret(icon(0)));
-        EXPECT_EQ((finish()->flags & EFFECTS) == 0, c.is_unknown) << (c.visibility != nullptr ? c.visibility : "");
+        EXPECT_EQ((finish()->flags & EFFECTS) == 0, c.is_unknown)
+            << (c.visibility != nullptr ? c.visibility : "");
         TearDown();
         SetUp();
     }

@@ -82,12 +82,12 @@ using ESTIMATES = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, std::u
                              std::int32_t, std::uint16_t>;
 
 ESTIMATES estimates_of(const FUNINFO* f) {
-    return {f->est_size,  f->est_bbs,  f->est_syms,        f->est_loops,
+    return {f->est_size,  f->est_bbs,  f->est_syms,       f->est_loops,
             f->est_calls, f->pressure, f->remaining_sites};
 }
 
-// What the estimates must be once these sites are accepted in this order, by adding up the ways that lead from
-// each function to each growth.
+// What the estimates must be once these sites are accepted in this order, by adding up the ways that lead
+// from each function to each growth.
 class MODEL {
   public:
     explicit MODEL(const std::vector<FUNINFO*>& functions) {
@@ -122,8 +122,10 @@ class MODEL {
         for (std::size_t f = estimates_.size(); f-- != 0;)
             for (const CALLSITE* old : accepted_)
                 if (old->caller->cg_number == static_cast<int>(f)) {
-                    const int of_callee = std::get<5>(estimates_[static_cast<std::size_t>(old->callee->cg_number)]);
-                    std::get<5>(estimates_[f]) = std::max(std::get<5>(estimates_[f]), old->pressure + of_callee);
+                    const int of_callee =
+                        std::get<5>(estimates_[static_cast<std::size_t>(old->callee->cg_number)]);
+                    std::get<5>(estimates_[f]) =
+                        std::max(std::get<5>(estimates_[f]), old->pressure + of_callee);
                 }
     }
     const ESTIMATES& of(const FUNINFO* f) const { return estimates_[static_cast<std::size_t>(f->cg_number)]; }
@@ -141,7 +143,8 @@ TEST_F(INLINING_TEST, EstimatesFollowWhatIsAcceptedAndForgetWhatIsNot) {
         const int count = 2 + static_cast<int>(random() % (round < 25 ? 12 : 200));
         std::vector<FUNINFO*> all;
         for (int i = 0; i < count; i++) {
-            FUNINFO* f = make_FUNINFO(function(("r" + std::to_string(round) + "_" + std::to_string(i)).c_str(), SC_STATIC));
+            FUNINFO* f = make_FUNINFO(
+                function(("r" + std::to_string(round) + "_" + std::to_string(i)).c_str(), SC_STATIC));
             f->cg_number = i;
             f->size = static_cast<int>(random() % 40);
             f->est_size = static_cast<std::uint32_t>(f->size);
@@ -155,8 +158,10 @@ TEST_F(INLINING_TEST, EstimatesFollowWhatIsAcceptedAndForgetWhatIsNot) {
         std::vector<std::unique_ptr<CALLSITE>> sites;
         for (int i = 0; i < 3 * count; i++) {
             const auto from = static_cast<int>(random() % static_cast<unsigned>(count - 1));
-            const int to = from + 1 + static_cast<int>(random() % static_cast<unsigned>(std::min(6, count - from - 1)));
-            sites.push_back(std::make_unique<CALLSITE>(site(all[static_cast<std::size_t>(from)], all[static_cast<std::size_t>(to)])));
+            const int to =
+                from + 1 + static_cast<int>(random() % static_cast<unsigned>(std::min(6, count - from - 1)));
+            sites.push_back(std::make_unique<CALLSITE>(
+                site(all[static_cast<std::size_t>(from)], all[static_cast<std::size_t>(to)])));
             sites.back()->pressure = static_cast<int>(random() % 6);
             sites.back()->nargs = static_cast<std::int8_t>(random() % 4);
             sites.back()->caller->est_calls++;
@@ -168,7 +173,9 @@ TEST_F(INLINING_TEST, EstimatesFollowWhatIsAcceptedAndForgetWhatIsNot) {
         const std::int64_t time = selection.time_sum(), size = selection.size_sum();
         for (const auto& tried : sites) {
             const SELECTION_LIMITS limits{time + static_cast<std::int64_t>(random() % 4000),
-                                          size + static_cast<std::int64_t>(random() % 200), 1 + static_cast<std::uint32_t>(random() % 20), 1 + static_cast<std::uint32_t>(random() % 60)};
+                                          size + static_cast<std::int64_t>(random() % 200),
+                                          1 + static_cast<std::uint32_t>(random() % 20),
+                                          1 + static_cast<std::uint32_t>(random() % 60)};
             const bool taken = selection.select({tried.get()}, nullptr, "", limits) == 1;
             EXPECT_EQ(taken, tried->fate == SITE_FATE::INLINED);
             EXPECT_EQ(taken, tried->caller->inlined_sites[static_cast<std::size_t>(tried->index)]);
@@ -191,7 +198,8 @@ TEST_F(INLINING_TEST, EstimatesFollowWhatIsAcceptedAndForgetWhatIsNot) {
         }
         for (const FUNINFO* f : all) {
             const bool gone = TEST_FLAG(f, FUN_is_suppressed);
-            const bool called = std::any_of(sites.begin(), sites.end(), [&](const auto& s) { return s->callee == f; });
+            const bool called =
+                std::any_of(sites.begin(), sites.end(), [&](const auto& s) { return s->callee == f; });
             EXPECT_EQ(gone, called && f->remaining_sites == 0 && !TEST_FLAG(f, FUN_cannot_suppress));
         }
     }
@@ -233,7 +241,8 @@ bool static_by_definition(const FUNINFO* f) {
 }
 
 bool auto_by_definition(const FUNINFO* f) {
-    const bool single_use = inline_single != 0 && f->remaining_sites == 1 && !TEST_FLAG(f, FUN_cannot_suppress);
+    const bool single_use =
+        inline_single != 0 && f->remaining_sites == 1 && !TEST_FLAG(f, FUN_cannot_suppress);
     if (auto_inline() == 0 || f->size == 0) return single_use;
     if (symbol_has_pragma(f->symbol, PRAG_FUNC_ALWAYS_INLINE)) return true;
     std::int64_t s = f->size, edges = 0;
@@ -241,7 +250,8 @@ bool auto_by_definition(const FUNINFO* f) {
         if (TEST_FLAG(edge->callee, FUN_is_inlined)) s += edge->callee->size;
     if (s < 21 && edges <= 1) return true;
     const bool is_called_from_elsewhere = TEST_FLAG(f, FUN_is_cg_root | FUN_follows_call | FUN_is_anonymous);
-    if (s <= 99 && (opt_level() > 2 || symbol_has_pragma(f->symbol, PRAG_INLINE)) && (f->symbol->sclass == SC_STATIC || no_outside_callers != 0) && f->nCallers == 1 &&
+    if (s <= 99 && (opt_level() > 2 || symbol_has_pragma(f->symbol, PRAG_INLINE)) &&
+        (f->symbol->sclass == SC_STATIC || no_outside_callers != 0) && f->nCallers == 1 &&
         !is_called_from_elsewhere && !TEST_FLAG(f, FUN_cannot_suppress))
         return true;
     if (s * (is_called_from_elsewhere ? f->nCallers : f->nCallers - 1) <= auto_inline()) return true;
@@ -261,12 +271,15 @@ TEST_F(INLINING_TEST, OldPolicyTestsFollowTheirDefinitions) {
         fileinfo.root->cg_number = 0;
         const int count = 3 + static_cast<int>(random() % 8);
         for (int i = 1; i <= count; i++) {
-            FUNINFO* f = make_FUNINFO(function(("q" + std::to_string(round) + "_" + std::to_string(i)).c_str(), random() % 2 == 0 ? SC_STATIC : SC_EXTDEF));
+            FUNINFO* f =
+                make_FUNINFO(function(("q" + std::to_string(round) + "_" + std::to_string(i)).c_str(),
+                                      random() % 2 == 0 ? SC_STATIC : SC_EXTDEF));
             f->cg_number = i;
             f->size = random() % 8 == 0 ? 0 : static_cast<int>(random() % (random() % 3 == 0 ? 200 : 30));
             f->est_size = static_cast<std::uint32_t>(f->size);
             f->nCallers = f->remaining_sites = static_cast<std::uint16_t>(1 + random() % 3);
-            for (const std::uint32_t flag : {FUN_follows_call, FUN_cannot_inline, FUN_is_cg_root, FUN_is_anonymous, FUN_cannot_suppress, FUN_is_inlined})
+            for (const std::uint32_t flag : {FUN_follows_call, FUN_cannot_inline, FUN_is_cg_root,
+                                             FUN_is_anonymous, FUN_cannot_suppress, FUN_is_inlined})
                 if (random() % 5 == 0) f->flags |= flag;
             if (random() % 2 == 0) pragma(f->symbol, PRAG_INLINE);
             if (random() % 10 == 0) pragma(f->symbol, PRAG_FUNC_ALWAYS_INLINE);
@@ -277,7 +290,8 @@ TEST_F(INLINING_TEST, OldPolicyTestsFollowTheirDefinitions) {
                 FUNINFO* callee = fileinfo.ordered[j];
                 if (random() % 4 != 0 || (j < i && !TEST_FLAG(callee, FUN_follows_call))) continue;
                 const std::uint16_t callers = callee->nCallers;
-                for (unsigned n = 1 + random() % 2; n != 0; n--) add_call_edge(fileinfo.ordered[i], callee, true);
+                for (unsigned n = 1 + random() % 2; n != 0; n--)
+                    add_call_edge(fileinfo.ordered[i], callee, true);
                 callee->nCallers = callers;
             }
         std::vector<FUNINFO*> all(fileinfo.ordered.begin() + 1, fileinfo.ordered.end());
@@ -328,7 +342,8 @@ class DECISIONS : public INLINING_TEST, public ::testing::WithParamInterface<int
     void random_file(std::mt19937& random, int count) {
         std::vector<SYMTAB*> all;
         for (int i = 0; i < count; i++) {
-            SYMTAB* symbol = function(i == 0 ? "main" : ("g" + std::to_string(i)).c_str(), i == 0 || random() % 4 == 0 ? SC_EXTDEF : SC_STATIC);
+            SYMTAB* symbol = function(i == 0 ? "main" : ("g" + std::to_string(i)).c_str(),
+                                      i == 0 || random() % 4 == 0 ? SC_EXTDEF : SC_STATIC);
             if (i != 0 && random() % 3 == 0) pragma(symbol, PRAG_INLINE);
             if (i != 0 && random() % 12 == 0) pragma(symbol, PRAG_FUNC_ALWAYS_INLINE);
             if (i != 0 && random() % 12 == 0) pragma(symbol, PRAG_FUNC_CANNOT_INLINE);
@@ -338,7 +353,8 @@ class DECISIONS : public INLINING_TEST, public ::testing::WithParamInterface<int
             std::vector<SYMTAB*> callees;
             for (unsigned n = random() % 4; n != 0; n--) {
                 const bool ahead = random() % 10 != 0 && i + 1 < all.size();
-                callees.push_back(ahead ? all[i + 1 + random() % (all.size() - i - 1)] : all[random() % all.size()]);
+                callees.push_back(ahead ? all[i + 1 + random() % (all.size() - i - 1)]
+                                        : all[random() % all.size()]);
             }
             body(all[i], callees, static_cast<int>(random() % 12));
             if (random() % 15 == 0) scan_initialiser(address(all[i]));
@@ -353,7 +369,8 @@ class DECISIONS : public INLINING_TEST, public ::testing::WithParamInterface<int
     std::string decisions() {
         std::string text;
         for (const FUNINFO* f : compiled()) {
-            text += f->name + (TEST_FLAG(f, FUN_is_suppressed) ? "-" : "+") + (TEST_FLAG(f, FUN_is_inlined) ? "i " : " ");
+            text += f->name + (TEST_FLAG(f, FUN_is_suppressed) ? "-" : "+") +
+                    (TEST_FLAG(f, FUN_is_inlined) ? "i " : " ");
             for (const CALLSITE* site : f->callsites) text += sentence_about(*site) + "\n";
         }
         return text;
@@ -417,7 +434,8 @@ TEST_P(DECISIONS, StayWithinBoundsWhereCopiesDouble) {
     inliner = make_inliner(GetParam());
     std::vector<SYMTAB*> chain;
     for (int i = 0; i < 60; i++) {
-        chain.push_back(function(i == 0 ? "main" : ("c" + std::to_string(i)).c_str(), i == 0 ? SC_EXTDEF : SC_STATIC));
+        chain.push_back(
+            function(i == 0 ? "main" : ("c" + std::to_string(i)).c_str(), i == 0 ? SC_EXTDEF : SC_STATIC));
         if (i != 0) pragma(chain.back(), PRAG_FUNC_ALWAYS_INLINE);
     }
     for (std::size_t i = 0; i + 1 < chain.size(); i++) body(chain[i], {chain[i + 1], chain[i + 1]});
@@ -432,7 +450,8 @@ INSTANTIATE_TEST_SUITE_P(Policies, DECISIONS, ::testing::Range(1, NUMBER_OF_INLI
 
 TEST_F(INLINING_TEST, WithoutLevelOnlyWhatTheSourceAsksFor) {
     set_level("0");
-    SYMTAB *plain = function("plain", SC_STATIC), *asked = function("asked", SC_STATIC), *always = function("always", SC_STATIC);
+    SYMTAB *plain = function("plain", SC_STATIC), *asked = function("asked", SC_STATIC),
+           *always = function("always", SC_STATIC);
     pragma(asked, PRAG_INLINE);
     pragma(always, PRAG_FUNC_ALWAYS_INLINE);
     for (SYMTAB* callee : {plain, asked, always}) body(callee, {});
@@ -446,7 +465,8 @@ TEST_F(INLINING_TEST, WithoutLevelOnlyWhatTheSourceAsksFor) {
 }
 
 TEST_F(INLINING_TEST, SynonymKeepsItsCallAndWhatItCalls) {
-    SYMTAB *target = function("target", SC_STATIC), *synonym = function("synonym", SC_STATIC), *main = function("main");
+    SYMTAB *target = function("target", SC_STATIC), *synonym = function("synonym", SC_STATIC),
+           *main = function("main");
     pragma(target, PRAG_INLINE);
     pragma(synonym, PRAG_FUNC_SYNONYM, "target");
     body(target, {});
