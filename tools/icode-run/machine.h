@@ -53,6 +53,8 @@ class machine {
     std::uint64_t steps() const { return steps_; }
     // Executed operators by class.
     class_counts counts() const;
+    // How often functions of the program were entered, main included.
+    std::uint64_t entered() const { return entered_; }
 
     // --- For the library.
     image& program;
@@ -60,7 +62,8 @@ class machine {
     output_stream out;
     std::uint32_t random_state = 1;
     std::vector<address> exit_functions;
-    address token_rest = 0; // where strtok goes on
+    address token_rest = 0;  // where strtok goes on
+    std::string flow_counts; // what a program that counts its flow left at its end
 
     // Calls the function at that address and returns its value.
     std::uint64_t call_back(address function, const argument_info* infos, const std::uint64_t* values,
@@ -153,6 +156,7 @@ class machine {
     std::vector<std::uint64_t> executed_;  // per segment
     std::uint64_t steps_ = 0;
     std::uint64_t copied_units_ = 0; // loads and stores of copies whose length is known only now
+    std::uint64_t entered_ = 0;
     std::uint64_t next_serial_ = 1;
     address sp_ = 0; // end of the newest frame
     unsigned native_depth_ = 0;
