@@ -36,7 +36,8 @@ constexpr std::uint64_t MAX_LARGE_LOCALS = 256 * BITS_PER_BYTE;
 // What keeps the symbols from becoming another function's; null where nothing does.
 const char* fault_of_symbols(const SYMTAB* list, bool any_size, std::uint64_t& large) {
     for (const SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next) {
-        if (symbol->otype->is_volatile() || has_volatile_part(symbol->otype)) return "it has a volatile local";
+        if (symbol->otype->is_volatile() || has_volatile_part(symbol->otype))
+            return "it has a volatile local";
         if (symbol->class_as_read == SC_VARARG) return "its number of arguments varies";
         if ((symbol->cqual & CQ_REGISTER) != 0) continue;
         switch (symbol->sclass) {
@@ -84,7 +85,7 @@ void warn(const FUNINFO* function, const char* why) {
     std::fprintf(stderr, "\"%s\", line %ld: Warning - Function %s() cannot be inlined.\n", file, line, name);
     if (write_opt_info != 0 && finfo != nullptr) {
         std::fprintf(finfo, "\n>>> Warning: 'inline' declaration for %s() must be ignored.\n\n", name);
-        std::fprintf(finfo, "\"%s\", line %ld: %s() can't be inlined: %s.\n", file, line, name, why);
+        std::fprintf(finfo, "%s, line %ld: %s() can't be inlined: %s.\n", file, line, name, why);
     }
     dprintf("\n\t!!! %s is not integrable.\n", name);
 }

@@ -156,7 +156,7 @@ bool tells() { return write_opt_info != 0 && finfo != nullptr; }
 // The call stays, for a reason that the policy could not see.
 void INTEGRATOR::refuse(FUNINFO* callee, const PSN* psn, const char* why) const {
     if (tells())
-        std::fprintf(finfo, "\"%s\", line %ld: the call of %s() in %s() is not inlined: %s.\n", file_of(psn),
+        std::fprintf(finfo, "%s, line %ld: the call of %s() in %s() is not inlined: %s.\n", file_of(psn),
                      line_of(psn), callee->name.c_str(), currfuninfo->name.c_str(), why);
     unsuppress_inline_function(callee);
 }
@@ -164,8 +164,7 @@ void INTEGRATOR::refuse(FUNINFO* callee, const PSN* psn, const char* why) const 
 bool INTEGRATOR::is_chosen(NODE* call, const PSN* psn) {
     FUNINFO* callee = find_FUNINFO_for_call(call);
     if (callee == nullptr || callee->integrable_cfg == nullptr || callee->symbol == nullptr) return false;
-    if (!symbol_has_pragma(callee->symbol, PRAG_FUNC_ALWAYS_INLINE) &&
-        !symbol_has_pragma(callee->symbol, PRAG_INLINE) && (opt_level() <= 2 || auto_inline() == 0)) {
+    if (!is_asked_for(callee->symbol) && (opt_level() <= 2 || auto_inline() == 0)) {
         unsuppress_inline_function(callee);
         return false;
     }
@@ -488,9 +487,6 @@ void INTEGRATOR::integrate(NODE* call, SYMTAB* target) {
     FUNINFO* callee = find_FUNINFO_for_call(call);
     const long line = line_of(builder_.position());
     dprintf("\n\t>>>>> (%ld) Integrating procedure %s() <<<<<\n", line, callee->symbol->name);
-    if (tells())
-        std::fprintf(finfo, "\"%s\", line %ld: the call of %s() in %s() is inlined.\n",
-                     file_of(builder_.position()), line, callee->name.c_str(), currfuninfo->name.c_str());
     splicer_.integrate(builder_, call, callee, target, block_);
     changed_ = true;
 }

@@ -9,7 +9,7 @@ static inline __attribute__((always_inline)) int mark(int n) {
     return n;
 }
 
-static inline __attribute__((always_inline)) int bump(int *p) {
+static inline __attribute__((always_inline)) int bump(int* p) {
     *p += 3;
     return *p;
 }
@@ -71,7 +71,8 @@ int main(void) {
         default: printf("other");
     }
     while (mark(i--) > 2) note(i);
-    do i++; while (bump(&x) < 30 && mark(i) < 9);
+    do i++;
+    while (bump(&x) < 30 && mark(i) < 9);
     printf(" %d %d\n", i, x);
     for (int k = mark(1); k < mark(3); k += mark(1)) note(k);
     printf("\n%d\n", trace);

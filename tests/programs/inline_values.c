@@ -1,9 +1,14 @@
-/* What goes into an inline function and what comes out: conversions, structures, parameters that it changes, reads often or
-   never, locals, statics and control flow of its own. */
+/* What goes into an inline function and what comes out: conversions, structures, parameters that it changes,
+   reads often or never, locals, statics and control flow of its own. */
 #include <stdio.h>
 
-struct pair { int a, b; };
-struct big { long v[6]; int n; };
+struct pair {
+    int a, b;
+};
+struct big {
+    long v[6];
+    int n;
+};
 
 #define INLINE static inline __attribute__((always_inline))
 
@@ -55,16 +60,16 @@ again:
     twice += v;
     goto again;
 }
-INLINE const char *name(int n) { return n ? "one" : "zero"; }
-INLINE void store(int *to, int v) {
+INLINE const char* name(int n) { return n ? "one" : "zero"; }
+INLINE void store(int* to, int v) {
     if (v < 0) return;
     *to = v;
 }
-INLINE void twice(void (*f)(int *, int), int *p) {
+INLINE void twice(void (*f)(int*, int), int* p) {
     f(p, *p + 1);
     f(p, *p * 2);
 }
-static void by_pointer(int *p, int v) { *p = v; }
+static void by_pointer(int* p, int v) { *p = v; }
 
 volatile int port;
 

@@ -1,4 +1,5 @@
-// Calls replaced by copies of their callees, as a policy has marked them; what becomes of bodies and definitions.
+// Calls replaced by copies of their callees, as a policy has marked them; what becomes of bodies and
+// definitions.
 
 #include "OPT5/integrate.h"
 
