@@ -488,9 +488,6 @@ void INTEGRATOR::integrate(NODE* call, SYMTAB* target) {
     FUNINFO* callee = find_FUNINFO_for_call(call);
     const long line = line_of(builder_.position());
     dprintf("\n\t>>>>> (%ld) Integrating procedure %s() <<<<<\n", line, callee->symbol->name);
-    if (tells())
-        std::fprintf(finfo, "\"%s\", line %ld: the call of %s() in %s() is inlined.\n",
-                     file_of(builder_.position()), line, callee->name.c_str(), currfuninfo->name.c_str());
     splicer_.integrate(builder_, call, callee, target, block_);
     changed_ = true;
 }
