@@ -33,10 +33,6 @@ constexpr std::uint32_t BITS_PER_BYTE = 8;
 constexpr std::uint32_t LARGE_LOCAL = 32 * BITS_PER_BYTE;
 constexpr std::uint64_t MAX_LARGE_LOCALS = 256 * BITS_PER_BYTE;
 
-bool is_asked_for(const SYMTAB* function) {
-    return symbol_has_pragma(function, PRAG_INLINE) || symbol_has_pragma(function, PRAG_FUNC_ALWAYS_INLINE);
-}
-
 // What keeps the symbols from becoming another function's; null where nothing does.
 const char* fault_of_symbols(const SYMTAB* list, bool any_size, std::uint64_t& large) {
     for (const SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next) {
@@ -63,7 +59,7 @@ const char* fault_of_symbols(const SYMTAB* list, bool any_size, std::uint64_t& l
 
 // A place that control can come back to without a call belongs to its frame.
 bool is_landing(NODE* node) {
-    if (node->op == UMCALL) return std::strcmp(node->intrinsic(), "__eh_switch") == 0;
+    if (node->op == UMCALL) return std::strcmp(node->intrinsic(), EH_SWITCH) == 0;
     const SYMTAB* callee = get_callee_for_call(node);
     return callee != nullptr && std::strcmp(skip_name_prefix(callee->name), "setjmp") == 0;
 }
@@ -94,6 +90,10 @@ void warn(const FUNINFO* function, const char* why) {
 }
 
 } // namespace
+
+bool is_asked_for(const SYMTAB* function) {
+    return symbol_has_pragma(function, PRAG_INLINE) || symbol_has_pragma(function, PRAG_FUNC_ALWAYS_INLINE);
+}
 
 void check_integrable_definition(FUNINFO* function) {
     const bool any_size = is_asked_for(function->symbol);

@@ -12,7 +12,9 @@
 #include "files.h"
 #include "fl_statics.h"
 #include "if_file.h"
+#include "instrument.h"
 #include "integrate.h"
+#include "integrate_stmts.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -304,7 +306,10 @@ void OPT_CLIENT::build_flow_graph(const PSN* psn) {
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
     check_for_synonym_function_in_pass_1();
     check_integrable_definition(function);
+    const bool inline_statements = pass_debug("inline_statements") != 0;
+    if (inline_statements) integrate_calls_in_statements();
     seq_trees();
+    if (inline_statements && is_asked_for(function->symbol)) make_integrable_definition(function);
     buildcfg();
 }
 
@@ -325,4 +330,5 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
 void OPT_CLIENT::end_of_input() {
     if (currfunc != nullptr) bad_input(here(), "the file ends inside the function");
     change_fl_statics_to_auto();
+    finish_instrumentation();
 }

@@ -243,12 +243,14 @@ class Workbench:
             return None, "opt5: no output file"
         return result, None
 
-    def run(self, program, stdin=b"", max_steps=None):
-        """Runs an intermediate file and gives its Outcome."""
+    def run(self, program, stdin=b"", max_steps=None, flow_counts=None):
+        """Runs an intermediate file and gives its Outcome; a counting program leaves its counts in that file."""
         trace_file = self.path("trace")
         command = [self.tool("icode-run"), "--stats", f"--trace={trace_file}"]
         if max_steps:
             command += ["--max-steps", str(max_steps)]
+        if flow_counts:
+            command.append(f"--flow-counts={flow_counts}")
         status, out, err = self.call([*command, program], stdin=stdin)
         if status is None:
             return Outcome(failure="icode-run: " + out.decode())
@@ -290,13 +292,13 @@ class Workbench:
                 return "assembling the disassembly gives other bytes"
         return None
 
-    def behaviour(self, source, config, stdin, original, round_trip=False):
+    def behaviour(self, source, config, stdin, original, round_trip=False, extra=()):
         """Optimises and runs; gives (outcome, what differs from the original or None).
 
         A file whose bytes were seen before shows what it showed then: most steps leave most programs alone. The output
         carries the command line, so all results get one name.
         """
-        program, why = self.optimise(source, config, os.path.join(self.scratch, "optimised.ic"))
+        program, why = self.optimise(source, config, os.path.join(self.scratch, "optimised.ic"), extra)
         if why:
             return Outcome(failure=why), why
         if self.keep:
@@ -305,6 +307,17 @@ class Workbench:
         if digest not in self.seen:
             self.seen[digest] = self.judge(program, stdin, original, round_trip)
         return self.seen[digest]
+
+    def profile(self, source, stdin, original):
+        """Has the program count and runs it; gives (name of the profile, None), or (None, why there is none)."""
+        counts = self.path("flow.cnt")
+        program, why = self.optimise(source, Config("counting", 1), extra=("--count_flow",))
+        if why:
+            return None, why
+        outcome = self.run(program, stdin, original.total * 30 + 1_000_000, counts)
+        if why := compare(original, outcome):
+            return None, why
+        return (counts, None) if os.path.exists(counts) else (None, "the counting program left no counts")
 
     def judge(self, program, stdin, original, round_trip):
         """Runs an optimised file; gives (outcome, what differs from the original or None)."""
