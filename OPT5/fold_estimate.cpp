@@ -61,6 +61,14 @@ NODE* constant_for(NODE* argument, TYPE* type) {
     return converted == copy ? copy : simp_node(converted, nullptr);
 }
 
+constexpr int OUTERMOST_LOCALS = 2; // the level
+
+// What the body assigns is no parameter any more.
+void make_local(SYMTAB* symbol) {
+    symbol->level = OUTERMOST_LOCALS;
+    symbol->sclass = SC_AUTO;
+}
+
 // The prolog becomes assignments of the constants, and of the other parameters to themselves.
 void bind_constants(LIST* prolog, NODE* arguments) {
     NODE* assignments = prolog->first;
@@ -70,6 +78,7 @@ void bind_constants(LIST* prolog, NODE* arguments) {
         if (NODE* constant = constant_for(argument, assignment->left->type)) {
             erase_tree(assignment->right);
             assignment->right = constant;
+            make_local(assignment->left->symbol());
         }
         list = list->op == COMMA ? list->left : nullptr;
         assignments = assignments->op == PCOMMA ? assignments->left : nullptr;
@@ -98,6 +107,7 @@ void estimate_folding(CALLSITE& site) {
     const IN_FUNCTION current(&scratch);
     const int before = count_nodes();
     bind_constants(scratch.bb_list->statements, site.args);
+    sym_split(&scratch);
     fast_CP(4, 1);
     const int after = count_nodes();
     if (after > 0) site.fold_ratio = static_cast<float>(before) / static_cast<float>(after);

@@ -477,6 +477,61 @@ TEST_F(INLINING_TEST, SynonymKeepsItsCallAndWhatItCalls) {
     EXPECT_FALSE(TEST_FLAG(find_FUNINFO(target), FUN_is_suppressed));
 }
 
+// --- Arguments.
+
+TEST_F(INLINING_TEST, ArgumentsMustFitTheParameters) {
+    TYPE *to_int = tp->mk_ptr(int_type), *to_const = tp->mk_ptr(tp->mk_qual(int_type, QUAL_CONST));
+    TYPE *to_float = tp->mk_ptr(float_type), *to_function = tp->mk_ptr(function_type(int_type));
+    TYPE* to_other_function = tp->mk_ptr(function_type(float_type, {int_type}));
+    TYPE* long_type = tp->int_type(IK_LONG);
+    int number = 0;
+    const auto fits = [&](std::vector<TYPE*> parameters, const std::vector<NODE*>& arguments) {
+        FUNINFO* f = make_FUNINFO(
+            symbol(("a" + std::to_string(number++)).c_str(), function_type(int_type, parameters), SC_STATIC));
+        NODE* list = nullptr;
+        for (NODE* argument : arguments) list = list == nullptr ? argument : comma(list, argument);
+        return arguments_fit_prototype(list, f);
+    };
+    const auto value = [&](TYPE* type) { return name(symbol("v", type, SC_EXTDEF)); };
+    EXPECT_TRUE(fits({}, {}));
+    EXPECT_FALSE(fits({}, {icon(1)}));
+    EXPECT_FALSE(fits({int_type, int_type}, {icon(1)}));
+    EXPECT_TRUE(fits({int_type, long_type}, {icon(1), icon(2)}));
+    EXPECT_FALSE(fits({int_type}, {value(float_type)}));
+    EXPECT_TRUE(fits({float_type}, {value(float_type)}));
+    EXPECT_TRUE(fits({to_const}, {value(to_int)}));
+    EXPECT_FALSE(fits({to_int}, {value(to_const)}));
+    EXPECT_TRUE(fits({to_float}, {value(to_int)}));
+    EXPECT_TRUE(fits({to_function}, {value(to_function)}));
+    EXPECT_FALSE(fits({to_function}, {value(to_other_function)}));
+    EXPECT_FALSE(fits({to_int}, {value(to_function)}));
+    EXPECT_TRUE(fits({to_function}, {icon(0)}));
+    EXPECT_FALSE(fits({to_function}, {icon(1)}));
+    EXPECT_FALSE(fits({float_type, to_int}, {value(to_int), value(float_type)})); // each against its own
+}
+
+TEST_F(INLINING_TEST, CallsInSomeRegionsStay) {
+    FUNINFO *caller = record(0), *callee = record(1);
+    for (const unsigned kind : {0u, 0u, unsigned{EHK_CLEANUP_END}, unsigned{EHK_TERMINATE}}) {
+        EHT_ENTRY entry{};
+        entry.kind = kind;
+        caller->eht.push_back(entry);
+    }
+    NODE* node = call(callee->symbol);
+    const auto fits_in = [&](unsigned region) {
+        node->u2.i_eht_id = region;
+        return arguments_match(node, caller, callee);
+    };
+    EXPECT_TRUE(fits_in(0));
+    EXPECT_TRUE(fits_in(2));
+    EXPECT_FALSE(fits_in(3)); // an exception ends the program there
+    EXPECT_FALSE(fits_in(4)); // no such region
+    callee->flags |= FUN_is_pure_fun;
+    EXPECT_FALSE(fits_in(0)); // nobody asks for what it returns
+    callee->flags |= FUN_value_needed;
+    EXPECT_TRUE(fits_in(0));
+}
+
 // --- Benefits.
 
 TEST_F(INLINING_TEST, BenefitsWeighLoopsFoldingAndPressure) {

@@ -6,6 +6,7 @@
 #include "OPT5/accesses.h"
 #include "OPT5/liveness.h"
 #include "OPT5/opt_expr.h"
+#include "OPT5/register_pressure.h"
 #include "random_graph.h"
 
 using namespace op;
@@ -69,6 +70,26 @@ class LIVE : public RANDOM_GRAPH_TEST {
         }
         return false;
     }
+    // The most scalars that are live at once between two events of the block, or at its ends.
+    static int pressure_of(const BBLK* bb, const std::vector<const BBLK*>& next,
+                           const PRIVATE_SYMBOLS& symbols, const std::vector<EVENTS>& events) {
+        const EVENTS& own = events[bb->dfn];
+        std::vector<int> live(own.size() + 1, 0);
+        for (int i = 0; i < symbols.count(); i++) {
+            const SYMTAB* symbol = symbols.symbol(i);
+            if (!symbol->type->is_scalar()) continue;
+            bool is_live = is_read_from(next, symbol, events);
+            for (std::size_t at = own.size();; at--) {
+                live[at] += is_live ? 1 : 0;
+                if (at == 0) break;
+                const ACCESS& event = own[at - 1];
+                if (event.name->symbol() != symbol) continue;
+                if (event.kind == ACC_READ) is_live = true;
+                if (event.kind == ACC_WRITE && !event.conditional) is_live = false;
+            }
+        }
+        return *std::max_element(live.begin(), live.end());
+    }
 };
 
 } // namespace
@@ -95,6 +116,8 @@ TEST_F(LIVE, RandomFunctionsFollowTheDefinition) {
             EXPECT_TRUE(
                 std::equal(listed.begin(), listed.end(), events.back().begin(), events.back().end(), same));
         }
+        const REGISTER_PRESSURE pressure;
+        int most = 0;
         for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
             std::vector<const BBLK*> next;
             for (const EDGE* edge = bb->successors; edge != nullptr; edge = edge->next)
@@ -107,7 +130,10 @@ TEST_F(LIVE, RandomFunctionsFollowTheDefinition) {
                 EXPECT_EQ(liveness.is_live_out(bb, i), live);
                 EXPECT_EQ(out[static_cast<std::size_t>(i)], live);
             }
+            EXPECT_EQ(pressure.of(bb), pressure_of(bb, next, symbols, events));
+            most = std::max(most, pressure.of(bb));
         }
+        EXPECT_EQ(pressure.maximum(), most);
     }
 }
 
