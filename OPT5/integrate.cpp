@@ -16,6 +16,7 @@
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
+#include "optypes.h"
 #include "pragma.h"
 #include "psn.h"
 #include "symbol.h"
@@ -35,7 +36,7 @@ constexpr std::uint64_t MAX_LARGE_LOCALS = 256 * BITS_PER_BYTE;
 // What keeps the symbols from becoming another function's; null where nothing does.
 const char* fault_of_symbols(const SYMTAB* list, bool any_size, std::uint64_t& large) {
     for (const SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next) {
-        if (symbol->otype->is_volatile()) return "it has a volatile local";
+        if (symbol->otype->is_volatile() || has_volatile_part(symbol->otype)) return "it has a volatile local";
         if (symbol->class_as_read == SC_VARARG) return "its number of arguments varies";
         if ((symbol->cqual & CQ_REGISTER) != 0) continue;
         switch (symbol->sclass) {

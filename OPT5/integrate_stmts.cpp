@@ -266,7 +266,6 @@ void print_definition(const FUNINFO* function) {
 
 void make_integrable_definition(FUNINFO* function) {
     if (function->integrable_body != nullptr) return;
-    if (!TEST_FLAG(function, FUN_cannot_inline)) check_integrable_definition(function);
     if (TEST_FLAG(function, FUN_cannot_inline) || !symbols_can_be_copied(function)) return;
     seq_trees();
     store_scopes(function);
