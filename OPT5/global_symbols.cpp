@@ -102,7 +102,7 @@ VARIABLES::VARIABLES() {
         if (symbol->sclass == SC_EXTERN) declarations_[symbol->name] = symbol;
     for (const SYMTAB* symbol = global_symbols; symbol != nullptr; symbol = symbol->next)
         if (!symbol->otype->is_func() && (symbol->sclass == SC_STATIC || is_external(symbol)) &&
-            !is_repeated(symbol))
+            symbol->retention != I_SYMTAB::NEVER && !is_repeated(symbol))
             shown_.push_back(symbol);
 }
 

@@ -460,6 +460,7 @@ bool STATEMENT_INTEGRATOR::is_chosen(NODE* call) const {
     if (call->op != CALL && call->op != UCALL) return false;
     FUNINFO* callee = find_FUNINFO_for_call(call);
     if (callee == nullptr || callee->integrable_body == nullptr || callee == currfuninfo) return false;
+    if (has_volatile_part(call->type)) return false; // a temporary would add accesses
     if (nested_ > MAX_NESTED_STATEMENTS || effort_ > MAX_EFFORT) return false;
     if (call->inline_depth() >= inline_recursion_limit()) {
         dprintf("\n\t>>>>> WARNING: INLINE recursion limit exceeded.\n");
