@@ -172,6 +172,10 @@ bool INTEGRATOR::is_chosen(NODE* call, const PSN* psn) {
         callee->flags &= ~FUN_is_inlined;
         return false;
     }
+    if (has_volatile_part(call->type)) {
+        refuse(callee, psn, "it returns a structure with a volatile member");
+        return false;
+    }
     if (!CALLEE_SPLICER::can_bind(call, callee)) {
         refuse(callee, psn, "it is not passed what it takes");
         return false;
@@ -487,33 +491,42 @@ void INTEGRATOR::integrate(NODE* call, SYMTAB* target) {
 
 // --- Statements and blocks.
 
-// A test of several conditions becomes a test of each, where a later one holds a call.
+// A test of several conditions that hold calls becomes a test of each.
 void INTEGRATOR::run_condition(LIST* cell) {
+    struct TEST {
+        NODE* condition;
+        NODE *if_true, *if_false; // labels
+        BBLK* bb;                 // where it stands; null for here
+    };
     NODE* statement = cell->first;
     NODE* arms = statement->right;
-    for (;;) {
-        NODE* condition = statement->left;
-        if (condition->op == EXCLAIM && has_mark(condition)) {
-            statement->left = condition->left;
-            condition->left = nullptr;
-            erase_node(condition);
-            std::swap(arms->left, arms->right);
+    std::vector<TEST> tests{{statement->left, arms->left, arms->right, nullptr}};
+    arms->left = arms->right = statement->left = nullptr;
+    while (!tests.empty()) {
+        TEST test = tests.back();
+        tests.pop_back();
+        NODE* condition = test.condition;
+        const bool is_or = condition->op == OROR;
+        if (has_mark(condition) && condition->op == EXCLAIM) {
+            tests.push_back({condition->left, test.if_false, test.if_true, test.bb});
+        } else if (has_mark(condition) && (condition->op == ANDAND || is_or)) {
+            BBLK* open = BLOCK_BUILDER::make_block();
+            NODE* decided = copy_tree(is_or ? test.if_true : test.if_false, false);
+            NODE* undecided = mk_LABELREF_to_bb(open, nullptr);
+            tests.push_back({condition->right, test.if_true, test.if_false, open});
+            tests.push_back(
+                {condition->left, is_or ? decided : undecided, is_or ? undecided : decided, test.bb});
+        } else {
+            if (test.bb != nullptr) builder_.start(test.bb);
+            take_apart(&test.condition);
+            builder_.append(mk_IF(test.condition, test.if_true, test.if_false));
             continue;
         }
-        if ((condition->op != ANDAND && condition->op != OROR) || !has_mark(condition->right)) break;
-        take_apart(&condition->left);
-        BBLK* open = BLOCK_BUILDER::make_block();
-        NODE* first = mk_LABELREF_to_bb(open, nullptr);
-        NODE* second = copy_tree(condition->op == ANDAND ? arms->right : arms->left, false);
-        if (condition->op == OROR) std::swap(first, second);
-        builder_.append(mk_IF(condition->left, first, second));
-        builder_.start(open);
-        statement->left = condition->right;
         condition->left = condition->right = nullptr;
         erase_node(condition);
     }
-    take_apart(&statement->left);
-    builder_.append(cell);
+    erase_tree(statement);
+    POOL::recycle(cell, sizeof(LIST));
 }
 
 void INTEGRATOR::run_statement(LIST* cell) {

@@ -384,10 +384,7 @@ LIST* integrate_call(CALL_POSITION position, NODE** place, LIST* cell) {
     std::vector<EHT_ENTRY> table = callee->integrable_eht;
     for (EHT_ENTRY& entry : table)
         if (entry.tree != nullptr) entry.tree = copier.copy(static_cast<NODE*>(entry.tree));
-    const std::size_t first = currfuninfo->eht.empty() ? 0 : currfuninfo->eht.size();
-    const unsigned offset = append_exception_table(std::move(table), call->u2.i_eht_id);
-    for (std::size_t i = first; i < currfuninfo->eht.size(); i++)
-        adjust_copied_calls(static_cast<NODE*>(currfuninfo->eht[i].tree), call, offset);
+    const unsigned offset = append_exception_table(std::move(table), call);
 
     // The arguments.
     LIST* list = nullptr;
@@ -417,7 +414,7 @@ LIST* integrate_call(CALL_POSITION position, NODE** place, LIST* cell) {
             continue;
         }
         NODE* statement = copier.copy(body->first);
-        adjust_copied_calls(statement, call, offset);
+        adjust_copied_calls(statement, call, call->u2.i_eht_id, offset);
         if (statement->op != RETURN) {
             append(end, statement, body->psn);
             continue;

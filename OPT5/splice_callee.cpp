@@ -143,7 +143,7 @@ void CALLEE_SPLICER::adjust_block(BBLK* bb) {
     bool any_return = false;
     for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
         psnmap_add(cell->psn, callee_);
-        adjust_copied_calls(cell->first, call_, offset_);
+        adjust_copied_calls(cell->first, call_, call_->u2.i_eht_id, offset_);
         if (!opcode_is_transfer(cell->first->op)) continue;
         const int op = cell->first->op;
         if (is_dead) {
@@ -196,10 +196,7 @@ void CALLEE_SPLICER::integrate(BLOCK_BUILDER& builder, NODE* call, FUNINFO* call
     INSTANCE instance;
     merge_scopes(copy, call, instance, block);
     merge_notes(definition, copy, instance, block);
-    const std::size_t entries = currfuninfo->eht.size();
-    offset_ = append_exception_table(std::move(copy.eht), call->u2.i_eht_id);
-    for (std::size_t i = entries; i < currfuninfo->eht.size(); i++)
-        adjust_copied_calls(static_cast<NODE*>(currfuninfo->eht[i].tree), call, offset_);
+    offset_ = append_exception_table(std::move(copy.eht), call);
     currfuninfo->has_no_calls = currfuninfo->has_no_calls && definition->has_no_calls;
     currfuninfo->names_register_symbol |= definition->names_register_symbol;
     currfuninfo->fields_seen += definition->fields_seen;
