@@ -15,8 +15,8 @@ class SYMTAB;
 // The arguments, in order.
 std::vector<NODE*> arguments_of(const NODE* call);
 
-// Takes the call's arguments out of it, in order: what is passed, without the marks of passing it. What is left
-// of the call is freed but for the call's own node, which loses its operands.
+// Takes the call's arguments out of it, in order: what is passed, without the marks of passing it. What is
+// left of the call is freed but for the call's own node, which loses its operands.
 std::vector<NODE*> take_arguments(NODE* call);
 
 // The assignments of a callee's argument prolog, by parameter; never walked.
@@ -25,21 +25,21 @@ using PROLOG = std::unordered_map<const SYMTAB*, NODE*>;
 // Consumes the prolog.
 PROLOG take_prolog_apart(NODE* prolog);
 
-// The assignment that gives the parameter the value: that of the prolog, or one of its own where the prolog has
-// none. Consumes the value.
+// The assignment that gives the parameter the value: that of the prolog, or one of its own where the prolog
+// has none. Consumes the value.
 NODE* assignment_to_parameter(const PROLOG& prolog, SYMTAB* parameter, NODE* value);
 
 // Makes a copied symbol of a callee a local of the current function's outermost scope and gives a temporary a
 // name that is free there. Its place on a list of the function is the caller's matter.
 void make_local_of_caller(SYMTAB* symbol);
 
-// Appends the copied table to the current function's: what would leave the callee goes on at the call's region.
-// The calls in its trees are adjusted. Returns by how much the ids of its entries have grown. An entry that
-// catches must not occur.
+// Appends the copied table to the current function's: what would leave the callee goes on at the call's
+// region. The calls in its trees are adjusted. Returns by how much the ids of its entries have grown. An
+// entry that catches must not occur.
 unsigned append_exception_table(std::vector<EHT_ENTRY>&& copied, const NODE* call);
 
-// Gives the calls in a copied tree their regions in the grown table, `region` to those from which an exception
-// would leave the callee, and the depth that is theirs inside `call`.
+// Gives the calls in a copied tree their regions in the grown table, `region` to those from which an
+// exception would leave the callee, and the depth that is theirs inside `call`.
 void adjust_copied_calls(NODE* tree, const NODE* call, unsigned region, unsigned offset);
 
 // The assignment of a returned value to `target` as the call would make it; for a null target what is left of

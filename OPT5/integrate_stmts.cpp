@@ -1,6 +1,6 @@
-// A definition is stored as it is written: statements in order, a chain of symbols whose numbers count from 0,
-// and the tree of scopes as four arrays by the number of a scope: its parent, its level, and the positions at
-// which a walk of the tree opens and closes it, so that a scope lies in another if its positions do.
+// A definition is stored as it is written: statements in order, a chain of symbols whose numbers count from
+// 0, and the tree of scopes as four arrays by the number of a scope: its parent, its level, and the positions
+// at which a walk of the tree opens and closes it, so that a scope lies in another if its positions do.
 //
 // Integration puts the statements of the callee ahead of the statement with the call. So a call can only be
 // replaced where what the statement evaluates ahead of it may be evaluated behind it as well: constants,
@@ -10,7 +10,6 @@
 #include "integrate_stmts.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <cstdint>
 #include <string>
 #include <unordered_map>
@@ -132,8 +131,8 @@ class CALLER_COPIER final : public TREE_COPIER {
 void store_scopes(FUNINFO* function) {
     OPTASSERT(function->scopes != nullptr && function->scope_count >= 2);
     const std::size_t count = function->scope_count;
-    for (std::vector<int>* array : {&function->scope_parent, &function->scope_level, &function->scope_open,
-                                    &function->scope_close})
+    for (std::vector<int>* array :
+         {&function->scope_parent, &function->scope_level, &function->scope_open, &function->scope_close})
         array->assign(count, -1);
     std::size_t found = 0;
     int position = 0;
@@ -159,7 +158,8 @@ void store_scopes(FUNINFO* function) {
     if (found != count) abort_optimizer();
 }
 
-// A local that is not storage of one call belongs to the function itself, and so does one with an initialiser.
+// A local that is not storage of one call belongs to the function itself, and so does one with an
+// initialiser.
 bool symbols_can_be_copied(const FUNINFO* function) {
     for (const SYMTAB* list : {function->params, function->locals, function->temps})
         for (const SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next)
@@ -243,7 +243,8 @@ void store_body(FUNINFO* function, const TREE_COPIER::SYMBOLS& symbols) {
         first = false;
     }
     if (!leaves)
-        append(place, maketree(URETURN, mk_NAME(function->symbol), nullptr, tp->void_type(), nullptr), nullptr);
+        append(place, maketree(URETURN, mk_NAME(function->symbol), nullptr, tp->void_type(), nullptr),
+               nullptr);
     function->integrable_eht = function->eht;
     for (EHT_ENTRY& entry : function->integrable_eht) {
         if (entry.tree == nullptr) continue;
@@ -449,8 +450,8 @@ class STATEMENT_INTEGRATOR {
     LIST* split_condition(LIST* cell) const;
 
     bool changes_locals_ = false; // the statement in work does, below its root
-    std::size_t nested_ = 0;       // statements that came with calls in copies
-    std::size_t effort_ = 0;       // nodes looked at
+    std::size_t nested_ = 0;      // statements that came with calls in copies
+    std::size_t effort_ = 0;      // nodes looked at
 };
 
 bool STATEMENT_INTEGRATOR::is_chosen(NODE* call) const {
@@ -471,7 +472,8 @@ void STATEMENT_INTEGRATOR::note_locals() {
     for (SYMTAB* list : {currfuninfo->params, currfuninfo->locals, currfuninfo->temps})
         for (SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next)
             symbol->flags &= static_cast<std::uint8_t>(~SF_ADDRESS_TAKEN);
-    for (LIST* cell = currfuninfo->statements; cell != nullptr; cell = cell->next) note_addresses(cell->first);
+    for (LIST* cell = currfuninfo->statements; cell != nullptr; cell = cell->next)
+        note_addresses(cell->first);
     for (const EHT_ENTRY& entry : currfuninfo->eht) note_addresses(static_cast<NODE*>(entry.tree));
 }
 
@@ -547,8 +549,8 @@ NODE** STATEMENT_INTEGRATOR::first_call(LIST* cell) {
     return nullptr;
 }
 
-// turn  IF(a && b, T, F)  into  IF(a, next, F); next: IF(b, T, F),  and the like for ||, where b has a call to
-// integrate. Returns what is to stand ahead of the cell; null where nothing was split.
+// turn  IF(a && b, T, F)  into  IF(a, next, F); next: IF(b, T, F),  and the like for ||, where b has a call
+// to integrate. Returns what is to stand ahead of the cell; null where nothing was split.
 LIST* STATEMENT_INTEGRATOR::split_condition(LIST* cell) const {
     NODE* statement = cell->first;
     if (statement->op != IF) return nullptr;

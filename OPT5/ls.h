@@ -44,8 +44,8 @@ class LS {
     // Hangs the scope, which has no parent, under this one, with levels to match.
     void splice_scope(LS* scope, int new_owner);
 
-    // Makes scopes of the arrays that are stored with the callee's statements, under the scope of the call, whose
-    // place is in the current function; see integrate_stmts.h.
+    // Makes scopes of the arrays that are stored with the callee's statements, under the scope of the call,
+    // whose place is in the current function; see integrate_stmts.h.
     static void integrate_integrable_scopes(FUNINFO* callee, NODE* call);
 
     // Enters the symbol in this scope and makes it the symbol's.
