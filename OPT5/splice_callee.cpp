@@ -16,7 +16,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <string>
 
 #include "bblk.h"
 #include "bbutils.h"
@@ -30,7 +29,6 @@
 #include "node.h"
 #include "opcodes.h"
 #include "opt_expr.h"
-#include "optypes.h"
 #include "pool.h"
 #include "psnmap.h"
 #include "seq_trees.h"
