@@ -120,7 +120,7 @@ void make_local_of_caller(SYMTAB* symbol) {
 
 // --- Exceptions.
 
-unsigned append_exception_table(std::vector<EHT_ENTRY>&& copied, unsigned region) {
+unsigned append_exception_table(std::vector<EHT_ENTRY>&& copied, const NODE* call) {
     if (copied.size() <= FIXED_ENTRIES) return 0;
     std::vector<EHT_ENTRY>& table = currfuninfo->eht;
     if (table.empty()) table.assign(copied.begin(), copied.begin() + FIXED_ENTRIES);
@@ -132,16 +132,17 @@ unsigned append_exception_table(std::vector<EHT_ENTRY>&& copied, unsigned region
         if (entry.kind == EHK_TERMINATE) {
             entry.third = 1;
         } else {
-            entry.third = entry.third > 1 ? entry.third + offset : std::max(region, 1u);
+            entry.third = entry.third > 1 ? entry.third + offset : std::max(call->u2.i_eht_id, 1u);
         }
+        // No exception gets out of a clean-up, wherever it stands.
+        adjust_copied_calls(static_cast<NODE*>(entry.tree), call, 0, offset);
         table.push_back(std::move(entry));
     }
     return offset;
 }
 
-void adjust_copied_calls(NODE* tree, const NODE* call, unsigned offset) {
+void adjust_copied_calls(NODE* tree, const NODE* call, unsigned region, unsigned offset) {
     const unsigned depth = std::min(call->inline_depth() + 1, MAX_DEPTH);
-    const unsigned region = call->u2.i_eht_id;
     walk_tree(tree, [&](NODE* node) {
         if (node->op != CALL && node->op != UCALL) return;
         node->set_inline_depth(depth);

@@ -33,13 +33,14 @@ NODE* assignment_to_parameter(const PROLOG& prolog, SYMTAB* parameter, NODE* val
 // name that is free there. Its place on a list of the function is the caller's matter.
 void make_local_of_caller(SYMTAB* symbol);
 
-// Appends the copied table to the current function's: what would leave the callee goes on at `region`, the
-// call's. Returns by how much the ids of its entries have grown. An entry that catches must not occur.
-unsigned append_exception_table(std::vector<EHT_ENTRY>&& copied, unsigned region);
+// Appends the copied table to the current function's: what would leave the callee goes on at the call's
+// region. The calls in its trees are adjusted. Returns by how much the ids of its entries have grown. An
+// entry that catches must not occur.
+unsigned append_exception_table(std::vector<EHT_ENTRY>&& copied, const NODE* call);
 
-// Gives the calls in a copied tree their regions in the grown table, and the depth that is theirs inside
-// `call`.
-void adjust_copied_calls(NODE* tree, const NODE* call, unsigned offset);
+// Gives the calls in a copied tree their regions in the grown table, `region` to those from which an
+// exception would leave the callee, and the depth that is theirs inside `call`.
+void adjust_copied_calls(NODE* tree, const NODE* call, unsigned region, unsigned offset);
 
 // The assignment of a returned value to `target` as the call would make it; for a null target what is left of
 // the value are its effects, null for none. Consumes the value.

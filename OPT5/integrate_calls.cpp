@@ -23,6 +23,7 @@
 #include "accesses.h"
 #include "bblk.h"
 #include "bbutils.h"
+#include "bind_call.h"
 #include "block_builder.h"
 #include "buildcfg.h"
 #include "copy.h"
@@ -36,7 +37,6 @@
 #include "node.h"
 #include "opcodes.h"
 #include "opt_expr.h"
-#include "option_obj.h"
 #include "optypes.h"
 #include "pool.h"
 #include "pragma.h"
@@ -53,18 +53,8 @@ namespace {
 
 constexpr int TEMP_KIND = 'I';
 
-constexpr int RECURSION_LIMIT_OPTION = 29;
-constexpr unsigned DEFAULT_RECURSION_LIMIT = 10;
-
 // Calls that came with a copy are integrated as long as the copies together are no larger than this.
 constexpr std::int64_t MAX_NESTED_SIZE = 50000;
-
-unsigned recursion_limit() {
-    if (cmdline_options == nullptr || !cmdline_options->is_present(RECURSION_LIMIT_OPTION))
-        return DEFAULT_RECURSION_LIMIT;
-    const long limit = cmdline_options->getnumarg(RECURSION_LIMIT_OPTION, 0);
-    return static_cast<unsigned>(std::clamp(limit, 0L, static_cast<long>(NF_INLINE_DEPTH >> 16)));
-}
 
 class INTEGRATOR {
   public:
@@ -172,13 +162,17 @@ bool INTEGRATOR::is_chosen(NODE* call, const PSN* psn) {
     const std::uint32_t index = call->unique_call_index;
     if (owner == nullptr || index >= owner->inlined_sites.size() || !owner->inlined_sites[index])
         return false;
-    if (call->inline_depth() >= recursion_limit()) {
+    if (call->inline_depth() >= inline_recursion_limit()) {
         dprintf("\n\t>>>>> WARNING: INLINE recursion limit exceeded.\n");
         if (tells())
             std::fprintf(finfo, "\n>>>> WARNING: INLINE recursion limit exceeded on line %ld.\n",
                          line_of(psn));
         unsuppress_inline_function(callee);
         callee->flags &= ~FUN_is_inlined;
+        return false;
+    }
+    if (has_volatile_part(call->type)) {
+        refuse(callee, psn, "it returns a structure with a volatile member");
         return false;
     }
     if (!CALLEE_SPLICER::can_bind(call, callee)) {

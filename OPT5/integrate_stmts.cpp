@@ -267,7 +267,6 @@ void print_definition(const FUNINFO* function) {
 
 void make_integrable_definition(FUNINFO* function) {
     if (function->integrable_body != nullptr) return;
-    if (!TEST_FLAG(function, FUN_cannot_inline)) check_integrable_definition(function);
     if (TEST_FLAG(function, FUN_cannot_inline) || !symbols_can_be_copied(function)) return;
     seq_trees();
     store_scopes(function);
@@ -386,10 +385,7 @@ LIST* integrate_call(CALL_POSITION position, NODE** place, LIST* cell) {
     std::vector<EHT_ENTRY> table = callee->integrable_eht;
     for (EHT_ENTRY& entry : table)
         if (entry.tree != nullptr) entry.tree = copier.copy(static_cast<NODE*>(entry.tree));
-    const std::size_t first = currfuninfo->eht.empty() ? 0 : currfuninfo->eht.size();
-    const unsigned offset = append_exception_table(std::move(table), call->u2.i_eht_id);
-    for (std::size_t i = first; i < currfuninfo->eht.size(); i++)
-        adjust_copied_calls(static_cast<NODE*>(currfuninfo->eht[i].tree), call, offset);
+    const unsigned offset = append_exception_table(std::move(table), call);
 
     // The arguments.
     LIST* list = nullptr;
@@ -419,7 +415,7 @@ LIST* integrate_call(CALL_POSITION position, NODE** place, LIST* cell) {
             continue;
         }
         NODE* statement = copier.copy(body->first);
-        adjust_copied_calls(statement, call, offset);
+        adjust_copied_calls(statement, call, call->u2.i_eht_id, offset);
         if (statement->op != RETURN) {
             append(end, statement, body->psn);
             continue;
@@ -462,6 +458,7 @@ bool STATEMENT_INTEGRATOR::is_chosen(NODE* call) const {
     if (call->op != CALL && call->op != UCALL) return false;
     FUNINFO* callee = find_FUNINFO_for_call(call);
     if (callee == nullptr || callee->integrable_body == nullptr || callee == currfuninfo) return false;
+    if (has_volatile_part(call->type)) return false; // a temporary would add accesses
     if (nested_ > MAX_NESTED_STATEMENTS || effort_ > MAX_EFFORT) return false;
     if (call->inline_depth() >= inline_recursion_limit()) {
         dprintf("\n\t>>>>> WARNING: INLINE recursion limit exceeded.\n");

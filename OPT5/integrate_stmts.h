@@ -13,8 +13,8 @@ struct LIST;
 
 // Stores a private copy of the statements of the function that is being read, with symbols, labels, scopes
 // and exception table of its own, and sets FUN_is_inlined. Calls of hook functions are left out of the copy
-// if `remove_hooks_when_inlining`. A function that can't be integrated gets the marks of
-// check_integrable_definition, and no copy. Nothing happens if there is a copy. Linear.
+// if `remove_hooks_when_inlining`. Nothing happens if there is a copy, or if the function may not be
+// integrated (check_integrable_definition). Linear.
 void make_integrable_definition(FUNINFO* function);
 
 // Copies the symbols of the stored definition into the current function, as locals of the scopes that

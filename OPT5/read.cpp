@@ -305,9 +305,9 @@ void OPT_CLIENT::build_flow_graph(const PSN* psn) {
     for (LIST* cell = function->statements; cell != nullptr; cell = cell->next)
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
     check_for_synonym_function_in_pass_1();
-    check_integrable_definition(function);
     const bool inline_statements = pass_debug("inline_statements") != 0;
     if (inline_statements) integrate_calls_in_statements();
+    check_integrable_definition(function);
     seq_trees();
     if (inline_statements && is_asked_for(function->symbol)) make_integrable_definition(function);
     buildcfg();

@@ -4,8 +4,7 @@
 //                   fresh names
 //     scopes        hang under the scope of the call
 //     exceptions    the table of the callee is appended to the caller's; what would leave the callee goes on
-//     at
-//                   the region of the call
+//                   at the region of the call
 //     RETURN v      becomes target = v and a BRANCH to the block behind the call
 //     the end       becomes that BRANCH too
 //
@@ -17,10 +16,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <string>
 
 #include "bblk.h"
 #include "bbutils.h"
+#include "bind_call.h"
 #include "block_builder.h"
 #include "erase.h"
 #include "fileopt.h"
@@ -30,7 +29,6 @@
 #include "node.h"
 #include "opcodes.h"
 #include "opt_expr.h"
-#include "optypes.h"
 #include "pool.h"
 #include "psnmap.h"
 #include "seq_trees.h"
@@ -42,41 +40,10 @@ using namespace op;
 
 namespace {
 
-constexpr int OUTERMOST_LOCALS = 2;
-constexpr unsigned FIXED_ENTRIES = 2; // of every exception table
-
-std::vector<NODE*> arguments_of(const NODE* call) {
-    std::vector<NODE*> arguments;
-    for (NODE* list = call->op == CALL ? call->right : nullptr; list != nullptr;) {
-        arguments.push_back(list->op == COMMA ? list->right : list);
-        list = list->op == COMMA ? list->left : nullptr;
-    }
-    std::reverse(arguments.begin(), arguments.end());
-    return arguments;
-}
-
 std::size_t length(const SYMTAB* list) {
     std::size_t count = 0;
     for (; list != nullptr; list = list->next) count++;
     return count;
-}
-
-// What is passed, out of the call. Consumes the argument.
-NODE* value_of_argument(NODE* argument) {
-    if (argument->op != STARG && argument->op != ACONV) return argument;
-    NODE* value = argument->left;
-    if (argument->op == ACONV) value = coerce_to_type(value, argument->type);
-    argument->left = nullptr;
-    erase_node(argument);
-    return value;
-}
-
-// A temporary's name is "$O$", a letter and a number.
-void give_fresh_name(SYMTAB* symbol) {
-    if (!is_internal_symbol(symbol) || !is_optimizer_temp(symbol->name, symbol->name[3], symbol->name[3]))
-        return;
-    const std::string name = std::string(symbol->name, 4) + std::to_string(currfuninfo->next_temp++);
-    symbol->name = intern_text(name);
 }
 
 } // namespace
@@ -110,12 +77,7 @@ void CALLEE_SPLICER::merge_symbols(CFG_COPY& copy) {
     for (SYMTAB* list : {copy.params, copy.locals, copy.temps})
         for (SYMTAB *symbol = list, *next; symbol != nullptr; symbol = next) {
             next = symbol->next;
-            symbol->level = OUTERMOST_LOCALS;
-            if (is_automatic(symbol)) {
-                symbol->sclass = symbol->class_as_read = SC_AUTO;
-                symbol->flags |= SF_REGISTER_CANDIDATE;
-            }
-            give_fresh_name(symbol);
+            make_local_of_caller(symbol);
             if (list == copy.temps) {
                 symbol->next = currfuninfo->temps;
                 currfuninfo->temps = symbol;
@@ -157,51 +119,14 @@ void CALLEE_SPLICER::merge_notes(const FUNINFO* definition, const CFG_COPY& copy
     if (is_plain) instance.notes = first;
 }
 
-// --- Exceptions.
-
-// Appends the copied table. Returns by how much the ids of its entries have grown.
-unsigned CALLEE_SPLICER::merge_table(CFG_COPY& copy, unsigned region) {
-    if (copy.eht.size() <= FIXED_ENTRIES) return 0;
-    std::vector<EHT_ENTRY>& table = currfuninfo->eht;
-    if (table.empty()) table.assign(copy.eht.begin(), copy.eht.begin() + FIXED_ENTRIES);
-    const auto offset = static_cast<unsigned>(table.size()) - FIXED_ENTRIES;
-    for (std::size_t i = FIXED_ENTRIES; i < copy.eht.size(); i++) {
-        EHT_ENTRY entry = std::move(copy.eht[i]);
-        OPTASSERT(entry.kind != EHK_CATCH);
-        entry.first += offset;
-        if (entry.kind == EHK_TERMINATE) {
-            entry.third = 1;
-        } else {
-            entry.third = entry.third > 1 ? entry.third + offset : region > 0 ? region : 1;
-        }
-        table.push_back(std::move(entry));
-    }
-    return offset;
-}
-
 // --- Blocks.
-
-// `region` is that of calls from which an exception leaves the callee.
-void CALLEE_SPLICER::adjust_calls(NODE* tree, unsigned region) {
-    const unsigned depth = std::min(call_->inline_depth() + 1, NF_INLINE_DEPTH >> 16);
-    walk_tree(tree, [&](NODE* node) {
-        if (node->op != CALL && node->op != UCALL) return;
-        node->set_inline_depth(depth);
-        node->u2.i_eht_id = node->u2.i_eht_id > 1 ? node->u2.i_eht_id + offset_ : region;
-    });
-}
 
 // The cell's RETURN as an assignment of the value, or its effects, and a BRANCH.
 void CALLEE_SPLICER::replace_return(LIST* cell) {
     NODE* value = cell->first->right;
     cell->first->right = nullptr;
     erase_tree(cell->first);
-    if (target_ != nullptr) {
-        value = coerce_to_type(coerce_to_type(value, call_->type), target_->type);
-        value = simp_tree(mk_ASG(mk_NAME(target_, target_->scope), value), nullptr);
-    } else {
-        value = peel_for_effect(value);
-    }
+    value = returned_value(value, call_, target_);
     NODE* branch = mk_BRANCH(behind_, nullptr);
     if (value == nullptr) {
         cell->first = branch;
@@ -216,7 +141,7 @@ void CALLEE_SPLICER::adjust_block(BBLK* bb) {
     bool any_return = false;
     for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
         psnmap_add(cell->psn, callee_);
-        adjust_calls(cell->first, region_);
+        adjust_copied_calls(cell->first, call_, call_->u2.i_eht_id, offset_);
         if (!opcode_is_transfer(cell->first->op)) continue;
         const int op = cell->first->op;
         if (is_dead) {
@@ -238,56 +163,22 @@ void CALLEE_SPLICER::adjust_block(BBLK* bb) {
 // --- Arguments.
 
 void CALLEE_SPLICER::bind_arguments(BLOCK_BUILDER& builder, NODE* call, CFG_COPY& copy) {
-    std::vector<NODE*> arguments = arguments_of(call);
-    // The assignments of the prolog, by parameter; null where there is none.
     LIST* first = copy.first->statements;
-    std::unordered_map<const SYMTAB*, NODE*> prolog;
+    PROLOG prolog;
     if (tree_is_arg_prolog(first->first)) {
-        for (NODE *tree = first->first, *rest; tree != nullptr; tree = rest) {
-            const bool is_chain = tree->op == PCOMMA;
-            rest = is_chain ? tree->left : nullptr;
-            NODE* assignment = is_chain ? tree->right : tree;
-            if (is_chain) {
-                tree->left = tree->right = nullptr;
-                erase_node(tree);
-            }
-            assignment->flags &= ~NF_RECEIVES_PARAMETER;
-            prolog.emplace(assignment->left->symbol(), assignment);
-        }
+        prolog = take_prolog_apart(first->first);
         copy.first->statements = first->next;
         POOL::recycle(first, sizeof(LIST));
     }
-    std::size_t i = 0;
-    for (SYMTAB* parameter = copy.params; i < arguments.size(); i++) {
-        NODE* value = value_of_argument(arguments[i]);
-        if (parameter == nullptr) { // the callee ignores it
-            value = peel_for_effect(value);
-            if (value != nullptr) builder.append(simp_tree(value, nullptr));
-            continue;
+    SYMTAB* parameter = copy.params;
+    for (NODE* value : take_arguments(call)) {
+        if (parameter != nullptr) {
+            builder.append(assignment_to_parameter(prolog, parameter, value));
+            parameter = parameter->next;
+        } else if (NODE* effect = peel_for_effect(value); effect != nullptr) { // the callee ignores it
+            builder.append(simp_tree(effect, nullptr));
         }
-        const auto received = prolog.find(parameter);
-        NODE* assignment = received != prolog.end() ? received->second : nullptr;
-        if (assignment == nullptr) {
-            assignment = mk_ASG(mk_NAME(parameter, parameter->scope), coerce_to_type(value, parameter->type));
-        } else {
-            NODE** place = &assignment->right;
-            while ((*place)->left != nullptr) place = &(*place)->left;
-            NODE* arriving = *place;
-            *place = arriving->type->is_scalar() ? coerce_to_type(value, arriving->type) : value;
-            erase_node(arriving);
-        }
-        builder.append(simp_tree(assignment, nullptr));
-        parameter = parameter->next;
     }
-    // What remains of the call: the list, the name of the function.
-    for (NODE* list = call->op == CALL ? call->right : nullptr; list != nullptr && list->op == COMMA;) {
-        NODE* rest = list->left;
-        list->left = list->right = nullptr;
-        erase_node(list);
-        list = rest->op == COMMA ? rest : nullptr;
-    }
-    erase_tree(call->left);
-    call->left = call->right = nullptr;
 }
 
 // --- The whole.
@@ -300,14 +191,10 @@ void CALLEE_SPLICER::integrate(BLOCK_BUILDER& builder, NODE* call, FUNINFO* call
     callee_ = callee->symbol;
     target_ = target;
     behind_ = BLOCK_BUILDER::make_block();
-    region_ = call->u2.i_eht_id;
     INSTANCE instance;
     merge_scopes(copy, call, instance, block);
     merge_notes(definition, copy, instance, block);
-    offset_ = merge_table(copy, region_);
-    // No exception gets out of a clean-up, wherever it stands.
-    for (std::size_t i = FIXED_ENTRIES; i < copy.eht.size(); i++)
-        adjust_calls(static_cast<NODE*>(currfuninfo->eht[i + offset_].tree), 0);
+    offset_ = append_exception_table(std::move(copy.eht), call);
     currfuninfo->has_no_calls = currfuninfo->has_no_calls && definition->has_no_calls;
     currfuninfo->names_register_symbol |= definition->names_register_symbol;
     currfuninfo->fields_seen += definition->fields_seen;

@@ -40,8 +40,6 @@ class CALLEE_SPLICER {
     void merge_symbols(CFG_COPY& copy);
     void merge_scopes(CFG_COPY& copy, const NODE* call, INSTANCE& instance, const BBLK* block);
     void merge_notes(const FUNINFO* definition, const CFG_COPY& copy, INSTANCE& instance, const BBLK* block);
-    unsigned merge_table(CFG_COPY& copy, unsigned region);
-    void adjust_calls(NODE* tree, unsigned region);
     void adjust_block(BBLK* bb);
     void replace_return(LIST* cell);
     void bind_arguments(BLOCK_BUILDER& builder, NODE* call, CFG_COPY& copy);
@@ -53,7 +51,6 @@ class CALLEE_SPLICER {
     SYMTAB* callee_ = nullptr;
     SYMTAB* target_ = nullptr;
     BBLK* behind_ = nullptr; // where control comes out
-    unsigned region_ = 0;    // of exceptions
     unsigned offset_ = 0;    // of the callee's table in the caller's
 };
 
