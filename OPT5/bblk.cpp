@@ -428,6 +428,11 @@ bool is_never_executed(const BBLK* bb) {
     return false;
 }
 
+bool is_EH_switch(const NODE* statement) {
+    return statement->op == SWITCH && statement->left->op == UMCALL &&
+           std::strcmp(statement->left->intrinsic(), EH_SWITCH) == 0;
+}
+
 NODE* last_statement(const BBLK* bb) {
     const LIST* cell = last_cell(bb);
     return cell != nullptr ? cell->first : nullptr;

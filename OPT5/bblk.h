@@ -23,6 +23,10 @@ constexpr double UNKNOWN_FREQ = -1.0;
 // The intrinsic that marks a block to which control never comes.
 constexpr char NEVER_EXECUTED[] = "_never_executed";
 
+// The intrinsic that yields 0, and a second time the value of the catch, when an exception has been caught in
+// the function. It stands as the selector of a SWITCH.
+constexpr char EH_SWITCH[] = "__eh_switch";
+
 // The comment with which such a block is written.
 constexpr char NEVER_REACHED[] = "***\t; this point in the function is never reached";
 
@@ -160,6 +164,10 @@ LIST* last_cell(const BBLK* bb);
 // Whether the block holds the intrinsic "_never_executed", by which a program says that it does not get
 // there. Linear in the block.
 bool is_never_executed(const BBLK* bb);
+
+// Whether the statement is where caught exceptions resume the function: a SWITCH that stays one, with its
+// cases, at the end of its block, whatever its labels lead to.
+bool is_EH_switch(const NODE* statement);
 
 // --- Labels of the current function.
 

@@ -10,6 +10,7 @@
 #include "opcodes.h"
 #include "opt_expr.h"
 #include "symbol.h"
+#include "target_bif.h"
 
 using namespace op;
 
@@ -26,8 +27,11 @@ void BLOCK_EFFECTS::note(const NODE* node, TREE_CHANGES& changes) const {
         case UCALL:
         case MEMCPY: changes.memory = true; break;
         case ASM: changes.all = changes.all || !is_comment(node); break;
-        case MCALL:
         case UMCALL:
+            changes.memory = true;
+            changes.all = changes.all || is_ICALL_callee(node, EH_SWITCH);
+            break;
+        case MCALL:
         case ARGREF: // of any call; what it names is not private
             changes.memory = true;
             break;

@@ -289,6 +289,9 @@ void TRACE_LAYOUT::note_chances() const {
         NODE* arms[] = {transfer->right->left, transfer->right->right};
         if (arms[0]->label->bb == bb->next || arms[1]->label->bb == bb->next) continue;
         for (NODE* arm : arms) arm->freq = prediction_.probability(bb, arm->label->bb);
+        // A return on the spot takes no jump.
+        for (int i = 0; i < 2; i++)
+            if (arms[i]->label->bb == exit_) arms[i]->freq = 0, arms[1 - i]->freq = 1;
     }
 }
 

@@ -64,6 +64,7 @@ class PREDICTOR {
     void note(const NODE* node, BLOCK_SUMMARY& summary) const;
     void note_reads(const BBLK* bb, BLOCK_SUMMARY& summary);
     void find_cold();
+    void find_never_counted();
     void spread_cold();
     void predict(const BBLK* bb);
     bool use_labels(NODE* transfer);
@@ -192,6 +193,23 @@ void PREDICTOR::find_cold() {
     // A function that always ends the program does so in the ordinary course of things.
     if (is_cold_[first->uon()]) mark(false);
     if (is_cold_[first->uon()]) is_cold_.assign(is_cold_.size(), false);
+    find_never_counted();
+}
+
+// The blocks that a profile has never seen entered. Of a function that was never called it says nothing.
+void PREDICTOR::find_never_counted() {
+    if (currfuninfo->entry_count == 0) return;
+    enum : std::uint8_t { NOT_REFERRED_TO, NEVER, PERHAPS };
+    std::vector<std::uint8_t> entered(currfuninfo->blocks.size(), NOT_REFERRED_TO);
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next) {
+        if (bb->is_kept || bb->is_exit()) entered[bb->uon()] = PERHAPS;
+        for_each_labelref(last_statement(bb), [&](const NODE* label) {
+            std::uint8_t& to = entered[label->label->bb->uon()];
+            to = std::max<std::uint8_t>(to, label->edge_profile == 0 ? NEVER : PERHAPS);
+        });
+    }
+    for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        if (entered[bb->uon()] == NEVER) is_cold_[bb->uon()] = true;
 }
 
 // --- Probabilities.
@@ -233,7 +251,7 @@ bool PREDICTOR::use_labels(NODE* transfer) {
     for_each_labelref(transfer, [&](const NODE* label) {
         double share = UNKNOWN_FREQ;
         if (counted) {
-            share = label->edge_profile / total;
+            share = std::max(label->edge_profile / total, NEVER_TAKEN);
         } else if (label->freq >= 0 && label->freq <= 1) {
             share = label->freq;
         }

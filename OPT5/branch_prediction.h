@@ -1,8 +1,9 @@
 // How likely the edges of the current function are, and how often its blocks run.
 //
 // What is known counts first: the counts of a profile and the probabilities on the labels of a transfer
-// (NODE::edge_profile, NODE::freq), then those on edges (EDGE::freq). A block that ends the program, or that
-// is marked by the intrinsic "_never_executed", is not expected to run. Where nothing is known, the
+// (NODE::edge_profile, NODE::freq), then those on edges (EDGE::freq). A block that ends the program, that
+// is marked by the intrinsic "_never_executed", or that a profile has never seen entered is not expected to
+// run. Where nothing is known, the
 // heuristics of Ball and Larus speak, and where several do, their evidence is combined by the rule of
 // Dempster and Shafer, as Wu and Larus propose.
 //

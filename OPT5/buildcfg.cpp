@@ -17,7 +17,8 @@
 //   5. A SWITCH without a DEFAULT gets one for the following block.
 //   6. Edges are derived from the last statement of each block. A first block that has predecessors gets an
 //      empty block ahead of it.
-//   7. Calls of the function by itself as its last act become jumps (tail_recursion.cpp).
+//   7. The blocks get counters, or the counts of a profile (instrument.h, profile.h).
+//   8. Calls of the function by itself as its last act become jumps (tail_recursion.cpp).
 //
 // A LABEL node refers to its target through an LBL, and an LBL knows its block, so labels need no table. As
 // edges are derived, each LABEL node is turned to the one LBL that its block keeps.
@@ -32,10 +33,12 @@
 #include "erase.h"
 #include "fileopt.h"
 #include "files.h"
+#include "instrument.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
 #include "opt_expr.h"
+#include "profile.h"
 #include "symbol.h"
 #include "tail_recursion.h"
 #include "types.h"
@@ -191,6 +194,12 @@ void buildcfg() {
     make_entry_block();
     number_in_layout_order();
     renumber_bblocks();
+    // The graph is still the same at every level.
+    if (GO_FOR_INSTRUMENTATION) {
+        instrument_function();
+    } else {
+        apply_profile();
+    }
     remove_tail_recursion();
 }
 

@@ -444,8 +444,14 @@ void COPY_PROPAGATION::act_on(NODE* node) {
             return;
         case CALL:
         case UCALL: call(node); return;
-        case MCALL:
         case UMCALL:
+            if (is_ICALL_callee(node, EH_SWITCH)) {
+                start_extended_block(); // a caught exception comes from elsewhere
+                return;
+            }
+            memory_++;
+            return;
+        case MCALL:
         case MEMCPY: memory_++; return;
         case COMMAOP:
         case PCOMMA:

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "files.h"
+#include "instrument.h"
 #include "option_obj.h"
 #include "symbol.h"
 #include "types.h"
@@ -151,6 +152,7 @@ void reset_global_flags() {
     chars_alias_other_types = 1;
     loop_increments_are_not_zero = 0;
     use_g2 = 0;
+    GO_FOR_INSTRUMENTATION = false;
     std::memset(aux_cmd_flag, 0, sizeof aux_cmd_flag);
 }
 
@@ -221,6 +223,7 @@ void set_global_flags(option_obj* options) {
             case 58: cache_sys_funinfo = 1; break;
             case 59: cache_sys_funinfo = 2; break;
             case 60: cache_sys_funinfo = 0; break;
+            case 61: GO_FOR_INSTRUMENTATION = true; break;
             case 63: unsigned_ok_for_RPTB = 1; break;
             case 65: old_const_pointer_behavior = 1; break;
             case 66: use_g2 = 1; break;
@@ -235,6 +238,7 @@ void set_global_flags(option_obj* options) {
         chars_alias_other_types = 0;
         pointer_args_are_disjoint = 1;
     }
+    if (pass_debug("noinstrument") != 0) GO_FOR_INSTRUMENTATION = false;
     if (dwim_loops) loop_increments_are_not_zero = 1;
     if (is_level_0(options)) alias_vars = 1;
     for (const option_obj* set : all_option_sets)
@@ -307,6 +311,9 @@ int auto_inline() {
     }
 }
 
+bool auto_inline_is_given() { return is_in_force(4); }
+bool inlining_is_forbidden() { return is_in_force(34); }
+bool inlining_keeps_size() { return is_in_force(35); }
 bool fp_add_is_associative() { return value_in_force(24) != 15; }
 bool saturating_add_is_associative() { return value_in_force(53) == 40; }
 int interrupt_threshold() {

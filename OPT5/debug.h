@@ -45,9 +45,12 @@ void restore_global_flags();
 
 // --- Settings of the option set in force: that of currfunc, or the file's. Ask at the moment of use.
 
-int opt_level();       // 0 to 4
-int size_speed_goal(); // 0 to 5: the weight of speed; 4 is the default
-int auto_inline();
+int opt_level();              // 0 to 4
+int size_speed_goal();        // 0 to 5: the weight of speed; 4 is the default
+int auto_inline();            // largest size of a function that is inlined unasked; 0 for none
+bool auto_inline_is_given();  // by an option of its own, not by the level
+bool inlining_is_forbidden(); // but for functions that are always inlined
+bool inlining_keeps_size();   // the goal does not change what inlining may add to the size
 bool fp_add_is_associative();
 bool saturating_add_is_associative();
 int interrupt_threshold();

@@ -10,6 +10,7 @@
 
 #include "debug.h"
 #include "files.h"
+#include "inliner.h"
 #include "node.h"
 #include "opcodes.h"
 #include "pragma.h"
@@ -224,6 +225,8 @@ std::uint32_t system_function_flags(std::string_view name) {
     return flags;
 }
 
+constexpr std::string_view STATIC_INITIALIZER = "__sti__";
+
 void init_FUNINFO_flags(FUNINFO* function, const char* name, bool is_system) {
     const std::string_view text = name;
     if (text == "main") function->flags |= FUN_is_main;
@@ -231,7 +234,14 @@ void init_FUNINFO_flags(FUNINFO* function, const char* name, bool is_system) {
         function->flags |= FUN_is_cg_root;
     if (cache_sys_funinfo != 0 && !function->is_nonconforming && (is_system || is_system_function(name)))
         function->flags |= system_function_flags(text);
-    if (TEST_FLAG(function, FUN_is_cpp) && text.substr(0, 7) == "__sti__") function->flags |= FUN_is_cg_root;
+}
+
+// The code that C++ runs before main is called by nobody here.
+void note_language(FUNINFO* function) {
+    function->flags |= FUN_is_cpp;
+    if (function->symbol != nullptr &&
+        std::string_view(function->symbol->name).starts_with(STATIC_INITIALIZER))
+        function->flags |= FUN_is_cg_root;
 }
 
 FUNINFO* new_record(const char* name, SYMTAB* symbol, bool is_system) {
@@ -245,10 +255,70 @@ FUNINFO* new_record(const char* name, SYMTAB* symbol, bool is_system) {
     } else if (std::strcmp(name, "main") == 0) {
         function->flags |= FUN_is_main;
     }
+    if (fileinfo.is_cpp) note_language(function);
     return function;
 }
 
 } // namespace
+
+void note_file_is_cpp(FUNINFO* function) {
+    if (function != nullptr) {
+        note_language(function);
+        return;
+    }
+    fileinfo.is_cpp = true;
+    for (FUNINFO* known : records().all) note_language(known);
+}
+
+namespace {
+
+// What SYM_VISIBILITY says, as a word or as the number that object files use; null without the pragma.
+const char* visibility(const SYMTAB* symbol) {
+    for (const PRAGMA* pragma = symbol->pragmas; pragma != nullptr; pragma = pragma->next)
+        if (pragma->kind == PRAG_SYM_VISIBILITY) return pragma->args.empty() ? "" : pragma->args[0].c_str();
+    return nullptr;
+}
+
+template <std::size_t N> bool says(const char* visibility, const std::string_view (&words)[N]) {
+    return visibility != nullptr && is_one_of(visibility, words);
+}
+
+constexpr std::string_view NOT_PREEMPTIBLE[] = {"internal", "hidden", "protected", "1", "2", "3"};
+constexpr std::string_view PROTECTED[] = {"protected", "3"};
+
+// How the name of a C++ allocation function begins.
+constexpr std::string_view OPERATOR_NEW[] = {"_Znw", "_Zna", "__nw__", "__nwa__"};
+
+bool is_of_kind(const FUNINFO* function, std::string_view kind) {
+    if (function == nullptr || function->symbol == nullptr) return false;
+    for (const PRAGMA* pragma = function->symbol->pragmas; pragma != nullptr; pragma = pragma->next)
+        if (pragma->kind == PRAG_FUNC_IS_CTOR_DTOR) return !pragma->args.empty() && pragma->args[0] == kind;
+    return false;
+}
+
+} // namespace
+
+bool symbol_is_preemptible(const SYMTAB* symbol) {
+    const char* said = visibility(symbol);
+    return symbol->sclass != SC_STATIC && said != nullptr && !says(said, NOT_PREEMPTIBLE);
+}
+
+bool symbol_is_protected(const SYMTAB* symbol) { return says(visibility(symbol), PROTECTED); }
+
+bool fun_is_cpp_constructor(const FUNINFO* function) { return is_of_kind(function, "1"); }
+bool fun_is_cpp_destructor(const FUNINFO* function) { return is_of_kind(function, "2"); }
+
+bool fun_is_cpp_static_initializer(const FUNINFO* function) {
+    return TEST_FLAG(function, FUN_is_cpp) && function->symbol != nullptr &&
+           std::string_view(function->symbol->name).starts_with(STATIC_INITIALIZER);
+}
+
+bool fun_is_cpp_op_new(const FUNINFO* function) {
+    if (function->symbol == nullptr) return false;
+    const std::string_view name = function->symbol->name;
+    return std::any_of(std::begin(OPERATOR_NEW), std::end(OPERATOR_NEW),
+                       [name](std::string_view prefix) { return name.starts_with(prefix); });
+}
 
 bool is_system_function(const char* name) {
     return std::binary_search(std::begin(SYSTEM_FUNCTIONS), std::end(SYSTEM_FUNCTIONS),
@@ -278,6 +348,7 @@ void init_fileopts() {
     }
     fileinfo.root = new_record(" ? ", nullptr, false);
     currfuninfo = fileinfo.root;
+    inliner = make_inliner(pass_debug("inline_policy"));
 }
 
 FUNINFO* find_FUNINFO(SYMTAB* symbol) {
@@ -320,7 +391,7 @@ namespace {
 
 // The function that a pointer constant of the file names for good.
 SYMTAB* function_of_constant_pointer(const SYMTAB* pointer) {
-    if (pointer->level != 0 || !pointer->otype->is_const() || pointer->otype->is_volatile()) return nullptr;
+    if (pointer->level != 0 || !is_immutable(pointer)) return nullptr;
     const NODE* value = pointer->init != nullptr ? pointer->init->tree : nullptr;
     if (value == nullptr || value->op != op::UAND || value->left->op != op::NAME) return nullptr;
     SYMTAB* symbol = value->left->symbol();

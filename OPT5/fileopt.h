@@ -3,10 +3,12 @@
 #ifndef OPT5_FILEOPT_H
 #define OPT5_FILEOPT_H
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "if_client.h"
@@ -16,6 +18,7 @@
 #include "stack_sharing.h"
 
 class BBLK;
+class BITVEC;
 class Dominator;
 class LS;
 class NODE;
@@ -76,6 +79,7 @@ struct CALL_EDGE {
     FUNINFO* callee;
     unsigned ncalls; // never 0
     CALL_EDGE* next;
+    bool is_certain; // one of the calls is made whenever the caller's block with it is entered
 };
 
 struct FUNLIST {
@@ -90,6 +94,14 @@ struct FUNINFO {
     CALL_EDGE* callees = nullptr;
     std::vector<SYMTAB*> fl_statics; // function-local statics of this function
     CALL_EDGE* dfs_cursor = nullptr;
+    std::shared_ptr<const BITVEC>
+        reachable;                  // transitive callees by cg_number, the same object in all functions
+                                    // of a cycle; null before detect_recursion and in a huge file
+    std::int32_t cycle = -1;        // functions that can reach one another bear one number; -1: not known
+    bool shares_cycle = false;      // another function, or the library, is on that cycle
+    std::uint32_t address_uses = 0; // places where the address is taken
+    bool is_synonym = false;        // a call of this function amounts to a call of another one:
+    FUNINFO* synonym_of = nullptr;  // of this one; null where the file does not have it
     FUNINFO* last_caller = nullptr; // whose edge to this function is `last_edge`
     CALL_EDGE* last_edge = nullptr;
     TYPE* return_type = nullptr;
@@ -127,10 +139,12 @@ struct FUNINFO {
     SYMTAB* temps = nullptr;    // newest first
     SYMTAB* params_tail = nullptr;
     SYMTAB* locals_tail = nullptr;
-    LS* scopes = nullptr;        // root of the function's scope tree
-    LS* open_scope = nullptr;    // while reading: the innermost open scope
-    LS* body_scope = nullptr;    // of the outermost locals
-    STACK_SHARING stack_sharing; // until the step of that name
+    LS* scopes = nullptr;          // root of the function's scope tree
+    LS* open_scope = nullptr;      // while reading: the innermost open scope
+    LS* body_scope = nullptr;      // of the outermost locals
+    std::uint32_t scope_count = 0; // scopes so far
+    int scope_depth = 0;           // the deepest level
+    STACK_SHARING stack_sharing;   // until the step of that name
     LBL* labels = nullptr;
     std::int32_t next_label = -1; // internal labels count down
     std::int32_t next_temp = 0;
@@ -162,6 +176,11 @@ struct FUNINFO {
 
 inline bool TEST_FLAG(const FUNINFO* f, std::uint32_t mask) { return (f->flags & mask) != 0; }
 
+// Whether no code is to be written for the function, as all its calls are integrated.
+inline bool is_suppressed(const FUNINFO* f) {
+    return (f->flags & (FUN_is_suppressed | FUN_cannot_suppress)) == FUN_is_suppressed;
+}
+
 // The file-wide anchor of the call graph.
 struct FILEINFO {
     std::vector<FUNINFO*> defined;   // defined functions
@@ -170,7 +189,17 @@ struct FILEINFO {
     std::uint8_t flags = 0;          // FILE_FLAGS
     std::vector<FUNINFO*> anonymous; // functions whose address is taken
     std::vector<FUNINFO*> undefined_SYSTEM, undefined_OUTSIDE; // callees without a body here
-    bool is_built = false;                                     // the ordered list stands, empty or not
+    std::vector<FUNINFO*> synonyms;                            // those with a `synonym_of`
+    std::unordered_set<const char*> asm_names; // words of assembly texts, interned; never walked
+    std::size_t definition_count = 0;          // integrable definitions in memory
+    std::size_t released = 0;           // functions of the ordered list that nobody will integrate any more
+    std::uint32_t indirect_callers = 0; // functions with FUN_calls_anonymous
+    bool is_cpp = false;                // the file is in C++
+    bool is_built = false;              // the ordered list stands, empty or not
+    bool globals_are_analyzed = false;  // analyze_global_symbols has run
+    bool recursion_is_known = false;    // detect_recursion has run
+    bool callees_are_reported = false;  // the undefined callees stand in the information file
+    bool summary_is_open = false, summary_is_closed = false; // its section on the whole file
 };
 extern FILEINFO fileinfo;
 extern int no_outside_callers, no_outside_writers, whole_file_mode;
@@ -194,12 +223,38 @@ void scan_for_funinfo(NODE* tree, bool stmt_level, FUNINFO* function, bool in_pr
 void scan_for_calls_and_uses(NODE* tree);
 // One tree of an initialiser: functions and globals that it names.
 void scan_initialiser(NODE* tree);
-// Adds or counts a call edge.
-void add_call_edge(FUNINFO* caller, FUNINFO* callee, bool value_is_discarded);
+// Remembers the names in an assembly text: the globals that bear them may be used there in any way.
+void note_names_in_assembly(const char* text);
+// Marks these globals.
+void mark_names_in_assembly();
+// Gives every global the marks CQ_REFERENCED, CQ_WRITTEN and CQ_ADDRESS_TAKEN that the bodies of the ordered
+// functions and all initialisers ask for, in place of those it has.
+void derive_marks_of_globals();
+// Adds the marks of one function's body. Nothing is taken back.
+void add_marks_of_body(FUNINFO* function);
+// Adds or counts a call edge. `is_certain` tells that the call is not left out when its statement is reached.
+void add_call_edge(FUNINFO* caller, FUNINFO* callee, bool value_is_discarded, bool is_certain = true);
+// Whether the linker may put another definition in the place of this one.
+bool symbol_is_preemptible(const SYMTAB* symbol);
+bool symbol_is_protected(const SYMTAB* symbol); // the linker takes this one inside its own module
+// The function, or the whole file where null is given, is written in C++.
+void note_file_is_cpp(FUNINFO* function);
 // Takes from the caller's effects what the callee (null: an unknown function) does not promise.
 void merge_callee_effects(FUNINFO* caller, const FUNINFO* callee);
-// Closes and orders the call graph, once; effects are propagated. Linear in functions and edges.
+// Closes and orders the call graph, once; effects are propagated; the marks of globals are those of the code
+// that is left. Linear in functions and edges.
 void set_up_and_build_call_graph();
+// All that is found out about the whole file, in the order of the steps 3 to 8; what has run does not run
+// again.
+void analyze_call_graph();
+// Calls `visit` with every callee of a function of the graph that is defined here, through pointers too.
+template <class VISIT> void for_each_callee(const FUNINFO* function, VISIT visit);
+// Opens and closes the information file's section on the whole file; each does nothing but once.
+void open_file_summary();
+void close_file_summary();
+// A line "FILE:LINE: text" about a function or a global to the information file, where there is one; `psn`
+// may be null.
+void info_sentence(const PSN* psn, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // Writes the record to the debug file.
 void dump_FUNINFO(const FUNINFO* function, const char* heading);
 // The end of a run: decides the retention of every global and writes the initialisers.
@@ -208,5 +263,17 @@ void closing_run_over_globals();
 void dump_call_graph_debug();
 // Step 10: orders `functions` by the call graph and drops the ones that need no code.
 void set_call_graph_order();
+// What C++ makes of a function.
+bool fun_is_cpp_constructor(const FUNINFO* function);
+bool fun_is_cpp_destructor(const FUNINFO* function);
+bool fun_is_cpp_static_initializer(const FUNINFO* function);
+bool fun_is_cpp_op_new(const FUNINFO* function);
+
+template <class VISIT> void for_each_callee(const FUNINFO* function, VISIT visit) {
+    for (const CALL_EDGE* edge = function->callees; edge != nullptr; edge = edge->next) visit(edge->callee);
+    if (!TEST_FLAG(function, FUN_calls_anonymous)) return;
+    for (FUNINFO* callee : fileinfo.anonymous)
+        if (function_is_defined(callee)) visit(callee);
+}
 
 #endif

@@ -21,6 +21,7 @@
 #include "fileopt.h"
 #include "if_file.h"
 #include "option_obj.h"
+#include "profile.h"
 #include "read.h"
 #include "symbol.h"
 #include "types.h"
@@ -298,6 +299,7 @@ void open_files(int argc, char** argv) {
     do_MDF_vectorization =
         pass_debug("SIMD") != 0 || (file_options->is_present(69) && file_options->getnumarg(69, 0) == 50);
     init_proc_integration();
+    load_profile();
 
     stream = open_output();
     if (stream == nullptr) {

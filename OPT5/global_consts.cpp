@@ -85,8 +85,8 @@ PIECE find_piece(SYMTAB* symbol, std::uint64_t offset, std::uint64_t width) {
 
 bool is_initialised_constant(const SYMTAB* symbol) {
     return symbol->level == 0 && symbol->init != nullptr && !symbol->otype->is_func() &&
-           (symbol->sclass == SC_EXTDEF || symbol->sclass == SC_STATIC) && symbol->otype->is_const() &&
-           !symbol->otype->is_volatile() && !symbol_has_pragma(symbol, PRAG_NORVANE_WEAK);
+           (symbol->sclass == SC_EXTDEF || symbol->sclass == SC_STATIC) && is_immutable(symbol) &&
+           !symbol_has_pragma(symbol, PRAG_NORVANE_WEAK);
 }
 
 // Whether an initialiser's tree is a value that may stand at any place: a number or an address.

@@ -105,6 +105,8 @@ void write_initialiser(SYMTAB* symbol) {
 } // namespace
 
 void closing_run_over_globals() {
+    close_file_summary();
+    mark_names_in_assembly();
     close_clusters();
     for (SYMTAB* symbol = global_symbols; symbol != nullptr; symbol = symbol->next) decide_retention(symbol);
     if (print_debug != 0) {

@@ -16,6 +16,8 @@ LS* LS::open(FUNINFO* function) {
         scope->sibling = outer->children;
         outer->children = scope;
     }
+    scope->sequence = function->scope_count++;
+    if (scope->level > function->scope_depth) function->scope_depth = scope->level;
     if (scope->level == 2 && function->body_scope == nullptr) function->body_scope = scope;
     function->open_scope = scope;
     return scope;
@@ -73,6 +75,28 @@ LS* LS::copy_scope_tree(const LS* root, const std::unordered_map<const SYMTAB*, 
         }
     }
     return copied_root;
+}
+
+void LS::offset_scope(unsigned delta, int new_owner) {
+    OPTASSERT(delta != 0);
+    LS* const outside = parent;
+    LS* const behind = sibling;
+    parent = sibling = nullptr; // the walk stays inside
+    for (LS* scope = this; scope != nullptr; scope = next_in_tree(scope)) {
+        scope->sequence = currfuninfo->scope_count++;
+        scope->level += static_cast<int>(delta);
+        scope->owner = new_owner;
+        if (scope->level > currfuninfo->scope_depth) currfuninfo->scope_depth = scope->level;
+    }
+    parent = outside;
+    sibling = behind;
+}
+
+void LS::splice_scope(LS* scope, int new_owner) {
+    scope->offset_scope(static_cast<unsigned>(level + 1 - scope->level), new_owner);
+    scope->parent = this;
+    scope->sibling = children;
+    children = scope;
 }
 
 void LS::validate(LS* root) {

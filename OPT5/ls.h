@@ -6,6 +6,7 @@
 #ifndef OPT5_LS_H
 #define OPT5_LS_H
 
+#include <cstdint>
 #include <cstdio>
 #include <unordered_map>
 
@@ -20,6 +21,8 @@ class LS {
     LS* sibling = nullptr;
     SYMLIST* symbols = nullptr; // newest first
     int level = 0;              // 0 file, 1 parameters, 2 and up locals
+    std::uint32_t sequence = 0; // the function's running number of scopes
+    int owner = 0; // the number of the call that brought the scope here; 0 for the function's own
 
     // Opens a scope inside the function's open scope, which becomes the open one.
     static LS* open(FUNINFO* function);
@@ -33,6 +36,12 @@ class LS {
     // The symbols of the copy get their scopes. Linear.
     static LS* copy_scope_tree(const LS* root, const std::unordered_map<const SYMTAB*, SYMTAB*>& symbols,
                                std::unordered_map<const LS*, LS*>& scopes);
+
+    // Gives this scope and all inside it new sequence numbers of the current function, levels deeper by
+    // `delta`, which must not be 0, and the owner.
+    void offset_scope(unsigned delta, int new_owner);
+    // Hangs the scope, which has no parent, under this one, with levels to match.
+    void splice_scope(LS* scope, int new_owner);
 
     // Enters the symbol in this scope and makes it the symbol's.
     void add_symbol(SYMTAB* symbol);

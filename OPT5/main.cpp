@@ -1,11 +1,13 @@
 // The driver: start-up, the reading of the whole input, the main loop over functions and barriers, the
 // closing run over the globals.
 
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <new>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "DIAG/diag.h"
@@ -13,10 +15,12 @@
 #include "dump.h"
 #include "fileopt.h"
 #include "files.h"
+#include "global_symbols.h"
 #include "if_file.h"
 #include "node.h"
 #include "output.h"
 #include "pass.h"
+#include "psnmap.h"
 #include "read.h"
 #include "steps.h"
 #include "symbol.h"
@@ -29,13 +33,38 @@ namespace {
 // in the common sequence; functions are found by pointer and never walked in pointer order.
 class STEPS_TABLE {
   public:
-    std::vector<pass*> sequence;
-
-    bool is_empty(SYMTAB* function) { return place_[function] >= sequence.size(); }
-    pass* front(SYMTAB* function) { return sequence[place_[function]]; }
+    void set_sequence(std::vector<pass*> sequence) {
+        sequence_ = std::move(sequence);
+        for (std::size_t i = 0; i < sequence_.size(); i++)
+            if (sequence_[i]->is_barrier()) behind_barriers_ = i + 1;
+    }
+    bool is_empty(SYMTAB* function) { return place(function) >= sequence_.size(); }
+    pass* front(SYMTAB* function) { return sequence_[place(function)]; }
     void pop(SYMTAB* function) { place_[function]++; }
+    // What comes back to the list of functions behind a barrier runs none of the barriers that have run.
+    void pass_barrier(pass* barrier) {
+        while (barriers_done_ < behind_barriers_ && sequence_[barriers_done_] != barrier) barriers_done_++;
+        barriers_done_++;
+    }
+    // Whether the function has nothing left to do for now. One that is suppressed goes no further than the
+    // last barrier unless its body turns out to be needed.
+    bool is_done(SYMTAB* function) {
+        if (is_empty(function)) return true;
+        if (place(function) < behind_barriers_) return false;
+        const FUNINFO* record = find_FUNINFO(function);
+        return record != nullptr && is_suppressed(record);
+    }
 
   private:
+    std::size_t place(SYMTAB* function) {
+        std::size_t& place = place_[function];
+        while (place < barriers_done_ && sequence_[place]->is_barrier()) place++;
+        return place;
+    }
+
+    std::vector<pass*> sequence_;
+    std::size_t behind_barriers_ = 0; // place of the first step behind all barriers
+    std::size_t barriers_done_ = 0;   // place behind the barrier that ran last
     std::unordered_map<SYMTAB*, std::size_t> place_;
 };
 
@@ -81,29 +110,37 @@ void run_function_phase(SYMTAB* function) {
 void run_barrier_phase() {
     pass* barrier = nullptr;
     for (SYMTAB* function : functions) {
-        if (steps_table.is_empty(function)) continue;
+        if (steps_table.is_done(function)) continue;
         pass* front = steps_table.front(function);
         if (barrier == nullptr) barrier = front;
         if (front != barrier) optassert("barrier_pass == passes.front()", "main", 289);
         steps_table.pop(function);
     }
-    if (barrier != nullptr) barrier->run();
+    if (barrier == nullptr) return;
+    steps_table.pass_barrier(barrier);
+    barrier->run();
 }
 
 bool steps_remain() {
     for (SYMTAB* function : functions)
-        if (!steps_table.is_empty(function)) return true;
+        if (!steps_table.is_done(function)) return true;
     return false;
 }
 
 void run_steps() {
     auto* output = new pass("output function", [] { run_step_body(OUTPUT_STEP); });
-    steps_table.sequence = global_pass_manager.passes;
-    steps_table.sequence.push_back(output);
+    std::vector<pass*> sequence = global_pass_manager.passes;
+    sequence.push_back(output);
+    steps_table.set_sequence(std::move(sequence));
     while (steps_remain()) {
-        for (SYMTAB* function : functions) run_function_phase(function);
+        // The list grows while it is walked: a function comes back when its body turns out to be needed.
+        for (std::size_t i = 0; i < functions.size(); i++)
+            if (!steps_table.is_done(functions[i])) run_function_phase(functions[i]);
         run_barrier_phase();
     }
+    if (print_debug == 0) return;
+    dump_psnrefs(fdebug);
+    dump_psnmap(fdebug);
 }
 
 [[noreturn]] void run(int argc, char** argv) {
@@ -118,7 +155,11 @@ void run_steps() {
         user_error_count = 0;
         i_file->if_read_file();
         opt_client.end_of_input();
-        if (!functions.empty()) run_steps();
+        if (functions.empty()) {
+            analyze_global_symbols();
+        } else {
+            run_steps();
+        }
         closing_run_over_globals();
         interned_stats();
     }

@@ -23,6 +23,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "graphs.h"
+#include "integrate.h"
 #include "node.h"
 #include "rotate_loops.h"
 #include "simpcfg.h"
@@ -95,7 +96,7 @@ void output_function() {
     init_reg_defs();
     allocate_regs();
     elim_dead_assigns(false, false);
-    if (!TEST_FLAG(currfuninfo, FUN_is_suppressed)) {
+    if (!is_suppressed(currfuninfo)) {
         write_func_header();
         fold_ANDBASGs();
         simpcfg(true, false);
@@ -109,12 +110,16 @@ void output_function() {
                 insert_mandatory_casts_in_tree(cell->first);
         dump_state(STATE_AS_WRITTEN);
         write_function_graphs();
+        // A function that nothing reaches is written where no step has dropped it: what it names must stay.
+        if (fileinfo.is_built && currfuninfo->cg_number < 0) add_marks_of_body(currfuninfo);
         write_func_body();
     }
     currfuninfo->flags |= FUN_is_processed;
     erase_all();
+    const FUNINFO* done = currfuninfo;
     currfuninfo = nullptr;
     currfunc = nullptr;
+    release_integrable_definitions(done);
     restore_global_flags();
     end_function_log();
 }

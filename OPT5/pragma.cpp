@@ -136,6 +136,25 @@ const char* const kind_names[LAST_PRAGMA_KIND + 1] = {
 
 } // namespace
 
+bool pragma_is_ignorable(int kind) {
+    switch (kind) {
+        case PRAG_FUNC_NEVER_RETURNS:
+        case PRAG_FUNC_NO_GLOBAL_ASG:
+        case PRAG_FUNC_NO_IND_ASG:
+        case PRAG_FUNC_IS_PURE:
+        case PRAG_INLINE:
+        case PRAG_IDENT:
+        case PRAG_SRC_LANGUAGE:
+        case PRAG_UNUSED:
+        case PRAG_TRANSLATION_UNIT_ID:
+        case PRAG_IS_CLASS_MEMBER:
+        case PRAG_COMDAT_GROUP:
+        case PRAG_FUNC_IS_CTOR_DTOR:
+        case PRAG_SYM_VISIBILITY: return true;
+        default: return false;
+    }
+}
+
 const char* pragma_kind_name(int kind) {
     return kind >= 0 && kind <= LAST_PRAGMA_KIND ? kind_names[kind] : "unknown";
 }

@@ -22,15 +22,21 @@ enum PRAGMA_KIND : std::uint8_t {
     PRAG_FUNC_IS_PURE = 7,
     PRAG_FUNC_IS_SYSTEM = 8,
     PRAG_INTERRUPT = 12,
+    PRAG_PORT = 13,
     PRAG_INLINE = 14,
+    PRAG_SHARED = 18,
+    PRAG_SHAREDPP = 19,
     PRAG_FUNC_EXT_CALLED = 23,
+    PRAG_REENTRANT = 24,
     PRAG_CODE_SECTION = 27,
     PRAG_NMI_INTERRUPT = 31,
+    PRAG_IDENT = 35,
     PRAG_UNROLL = 37,
     PRAG_UNROLL_AMOUNT = 38,
     PRAG_MUST_ITERATE = 39,
     PRAG_PROB_ITERATE = 40,
     PRAG_SRC_LANGUAGE = 49,
+    PRAG_UNUSED = 50,
     PRAG_SCOPING_FUNC = 51,
     PRAG_SYM_IS_REFERENCED = 52,
     PRAG_FUNC_IS_NONCONFORMING = 54,
@@ -40,12 +46,19 @@ enum PRAGMA_KIND : std::uint8_t {
     PRAG_SYM_IS_DEAD = 59,
     PRAG_COMDAT_GROUP = 69,
     PRAG_FUNC_IS_CTOR_DTOR = 71,
+    PRAG_SYM_VISIBILITY = 72,
     PRAG_FUNC_ESPEC = 75,
     PRAG_FUNC_SYNONYM = 78,
     PRAG_FUNC_RET_BY_CCTOR = 81,
     PRAG_NORVANE_WEAK = 83,
     PRAG_FUNC_ALWAYS_INLINE = 88,
+    PRAG_INTR_FUNC = 90,
+    PRAG_TRAP_FUNC = 91,
     PRAG_RETAIN = 95,
+    PRAG_FUNC_IN_INIT_ARRAY = 97,
+    PRAG_LOCATION = 100,
+    PRAG_NOINIT = 101,
+    PRAG_PERSISTENT = 102,
 };
 
 // One pragma: on a symbol's chain (head-inserted), or standing alone as a statement.
@@ -60,6 +73,9 @@ struct PRAGMA {
 
 // The name of a kind, "unknown" beyond LAST_PRAGMA_KIND.
 const char* pragma_kind_name(int kind);
+
+// Whether the pragma on a function says nothing that keeps it from sharing its body with an equal one.
+bool pragma_is_ignorable(int kind);
 
 // The kind of that name, or -1.
 int pragma_kind_of_name(const char* name);

@@ -10,7 +10,9 @@
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
+#include "fl_statics.h"
 #include "if_file.h"
+#include "instrument.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -22,6 +24,7 @@
 #include "simpcfg.h"
 #include "stack_sharing.h"
 #include "symbol.h"
+#include "synonyms.h"
 #include "target_bif.h"
 #include "types.h"
 #include "verify.h"
@@ -54,6 +57,7 @@ void note_function_symbol(SYMTAB* symbol) {
         symbol->sclass == SC_AUTO || (no_outside_callers == 0 && symbol->sclass != SC_STATIC);
     if (symbol->retention == I_SYMTAB::ALWAYS || (symbol->retention == I_SYMTAB::DEFAULT_C && outside))
         function->flags |= FUN_is_referenced;
+    if ((symbol->cqual & CQ_INTERRUPT) != 0) function->flags |= FUN_is_interrupt;
 }
 
 } // namespace
@@ -81,13 +85,16 @@ void opt_process_pragma(SYMTAB* symbol, PRAGMA* pragma) {
     FUNINFO* function = make_FUNINFO(symbol);
     switch (pragma->kind) {
         case PRAG_INTERRUPT:
+        case PRAG_INTR_FUNC:
+        case PRAG_TRAP_FUNC:
         case PRAG_NMI_INTERRUPT: function->flags |= FUN_is_interrupt; return;
         case PRAG_FUNC_CANNOT_INLINE: function->flags |= FUN_cannot_inline; return;
         case PRAG_FUNC_EXT_CALLED:
         case PRAG_SYM_IS_REFERENCED:
+        case PRAG_FUNC_IN_INIT_ARRAY:
         case PRAG_RETAIN: function->flags |= FUN_is_referenced; return;
         case PRAG_SRC_LANGUAGE:
-            if (!pragma->args.empty() && pragma->args[0] == "C++") function->flags |= FUN_is_cpp;
+            if (!pragma->args.empty() && pragma->args[0] == "C++") note_file_is_cpp(function);
             return;
         case PRAG_FUNC_IS_NONCONFORMING:
             // A library name with another meaning: nothing is known of it. What it is stays.
@@ -121,6 +128,8 @@ void OPT_CLIENT::cl_pragma(I_SYMTAB* owner, PRAGMA* pragma) {
         currfuninfo->owned_pragmas.push_back(pragma);
         append(statement, nullptr);
     } else {
+        if (pragma->kind == PRAG_SRC_LANGUAGE && !pragma->args.empty() && pragma->args[0] == "C++")
+            note_file_is_cpp(nullptr);
         if (o_file != nullptr) o_file->if_write_pragma(pragma);
         delete pragma;
     }
@@ -249,8 +258,9 @@ void OPT_CLIENT::append_text(int record, const char* text, const PSN* psn) {
 void OPT_CLIENT::cl_inline_asm(const char* text, const PSN* psn) {
     if (currfunc != nullptr) {
         append_text(REC_INLINE_ASM, text, psn);
-    } else if (o_file != nullptr) {
-        o_file->if_write_assembly(text, psn);
+    } else {
+        note_names_in_assembly(text);
+        if (o_file != nullptr) o_file->if_write_assembly(text, psn);
     }
 }
 
@@ -292,6 +302,7 @@ void OPT_CLIENT::build_flow_graph(const PSN* psn) {
         if (symbol->type->is_const()) symbol->type = tp->remove_known_qual(symbol->type, QUAL_CONST);
     for (LIST* cell = function->statements; cell != nullptr; cell = cell->next)
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
+    check_for_synonym_function_in_pass_1();
     seq_trees();
     buildcfg();
 }
@@ -312,4 +323,6 @@ void OPT_CLIENT::cl_end_func(const PSN* psn) {
 
 void OPT_CLIENT::end_of_input() {
     if (currfunc != nullptr) bad_input(here(), "the file ends inside the function");
+    change_fl_statics_to_auto();
+    finish_instrumentation();
 }

@@ -347,7 +347,7 @@ bool CFG_CLEANER::thread(BBLK* bb) {
 bool CFG_CLEANER::settle(BBLK* bb) {
     STATE& block = state(bb);
     NODE* transfer = block.last->first;
-    if (transfer->op != IF && transfer->op != SWITCH) return false;
+    if ((transfer->op != IF && transfer->op != SWITCH) || is_EH_switch(transfer)) return false;
     NODE* label = only_outcome(transfer);
     if (label == nullptr) return false;
     reference(label, true);

@@ -17,17 +17,24 @@
 #include "explode_structs.h"
 #include "fileopt.h"
 #include "files.h"
+#include "global_symbols.h"
+#include "inliner.h"
+#include "instrument.h"
+#include "integrate.h"
 #include "lcse.h"
+#include "ls.h"
 #include "merge_symbols.h"
 #include "output.h"
 #include "pass.h"
 #include "propagate_increments.h"
+#include "recursion.h"
 #include "rename_symbols.h"
 #include "simpcfg.h"
 #include "stack_sharing.h"
 #include "sti_to_cinit.h"
 #include "subrange.h"
 #include "superblocks.h"
+#include "symbol.h"
 #include "version.h"
 
 namespace {
@@ -40,9 +47,14 @@ void pass_2_header() {
 }
 
 void pass_2_inits() {
+    LS::print(currfuninfo->scopes);
+    add_instrumentation_exit_routine_to_atexit();
+    LS::validate(currfuninfo->scopes);
+    integrate_calls_in_function();
     // What has just been integrated may name statics that the function knows as members of clusters.
     if (cluster_refs_are_expanded()) expand_cluster_refs();
     promote_all_embedded_assignments();
+    sym_split(currfuninfo);
     simpcfg(false, false);
 }
 
@@ -73,12 +85,16 @@ const STEP_ROW step_table[STEP_COUNT] = {
      "replaces uses of values that are assigned once"},
     {2, "value propagation for pass 1", false, LEVEL_2_UP, nullptr, NOT_BUILT},
     // The whole program: each barrier sees every function as the steps ahead of it left them.
-    {3, "analyze globals", true, ANY_LEVEL, nullptr, NOT_BUILT},
-    {4, "detect_recursion", true, ANY_LEVEL, nullptr, NOT_BUILT},
+    {3, "analyze globals", true, ANY_LEVEL, analyze_global_symbols,
+     "builds the call graph; makes globals const that nothing modifies"},
+    {4, "detect_recursion", true, ANY_LEVEL, detect_recursion,
+     "finds the functions that may be active twice"},
     {5, "do_interprocedural_propagation", true, ANY_LEVEL, nullptr, NOT_BUILT},
-    {6, "auto_inline_call_sites", true, ANY_LEVEL, nullptr, NOT_BUILT},
+    {6, "auto_inline_call_sites", true, ANY_LEVEL, auto_inline_call_sites,
+     "decides which calls are integrated; copies the bodies of the functions that they call"},
     {7, "dump_call_graph_debug", true, ANY_LEVEL, dump_call_graph_debug,
-     "lists the call graph in the debug file, and draws it when asked"},
+     "lists the call graph and the constant variables in the debug file, the undefined callees in the "
+     "information file, and draws the graph when asked"},
     {8, "collect_clustered_symbols", true, ANY_LEVEL, collect_clustered_symbols,
      "finds statics that the same functions use, and makes structures of them"},
     {9, "pass 2 header", true, ANY_LEVEL, pass_2_header, "flushes the logs and announces the second pass"},
@@ -86,7 +102,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
      "orders the functions by the call graph and drops those that need no code"},
     // From here on each function goes to the end before the next one starts.
     {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits,
-     "makes statements of the assignments inside expressions; cleans the flow graph"},
+     "replaces the calls chosen for inlining by copies of their callees; makes statements of the assignments "
+     "inside expressions; cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, build_stack_sharing_type,
      "gives arrays and structures of blocks that never live together the same room in the frame"},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,

@@ -483,7 +483,8 @@ void optimize_SWITCH_cases() {
     if (currfuninfo->bb_list->predecessors != nullptr) abort_optimizer();
     std::vector<BBLK*> switches;
     for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
-        if (bb->successors != nullptr && bb->successors->next != nullptr && last_statement(bb)->op == SWITCH)
+        if (bb->successors != nullptr && bb->successors->next != nullptr &&
+            last_statement(bb)->op == SWITCH && !is_EH_switch(last_statement(bb)))
             switches.push_back(bb);
     if (switches.empty()) return;
     const BLOCK_EFFECTS effects;

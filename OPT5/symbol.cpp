@@ -352,6 +352,10 @@ bool is_automatic(const SYMTAB* symbol) {
     }
 }
 
+bool is_immutable(const SYMTAB* symbol) {
+    return (symbol->otype->is_const() || symbol->type->is_const()) && !symbol->otype->is_volatile();
+}
+
 bool sym_is_FAR(const SYMTAB* symbol) {
     if ((symbol->otype->qual_kind(true) & QUAL_FAR) != 0) return true;
     return far_externs != 0 && !symbol->otype->is_func() &&

@@ -53,8 +53,9 @@ class SYMTAB final : public I_SYMTAB {
     LS* scope = nullptr;
     void* ptr_entry = nullptr; // cached entry of the alias tables
     PSN* psn = nullptr;
-    PRAGMA* pragmas = nullptr;              // chain, owned by the symbol
-    EXPR_LIST* init = nullptr;              // initialiser, null if none
+    PRAGMA* pragmas = nullptr;   // chain, owned by the symbol
+    EXPR_LIST* init = nullptr;   // initialiser, null if none
+    NODE* known_value = nullptr; // of a global scalar: what its initialiser says, null if not known
     const INIT_ENTRY* auto_inits = nullptr; // the initialiser by offset, see global_consts.h
     std::uint32_t auto_init_count = 0;
     std::int32_t level = 0; // 0 global, 1 parameter, 2 and up local
@@ -139,6 +140,9 @@ bool is_optimizer_temp(const char* name, char c1, char c2);
 
 // Whether the symbol is storage of one activation of a function: a local or a parameter, and no static.
 bool is_automatic(const SYMTAB* symbol);
+// Whether the object keeps its value: it is const, by its declaration or because nothing modifies it, and not
+// volatile.
+bool is_immutable(const SYMTAB* symbol);
 // Whether the address of the symbol needs more than a data pointer's bits.
 bool sym_is_FAR(const SYMTAB* symbol);
 // Puts every symbol of the function on the list that it belongs on, where passes have left others: parameters

@@ -107,6 +107,7 @@ class TAIL_RECURSION {
     bool split_returns() const;
     bool find_calls();
     BBLK* start_of_loop() const;
+    static void take_off_entries(const BBLK* bb);
     void replace(const TAIL_CALL& tail, BBLK* start) const;
     LIST* assign_arguments(const TAIL_CALL& tail) const;
 
@@ -234,7 +235,14 @@ LIST* TAIL_RECURSION::assign_arguments(const TAIL_CALL& tail) const {
     return list;
 }
 
+// Of a profiled function: what was an entry is none any more.
+void TAIL_RECURSION::take_off_entries(const BBLK* bb) {
+    if (currfuninfo->profile_state != 2 || bb->count < 0) return;
+    currfuninfo->entry_count -= std::min(currfuninfo->entry_count, static_cast<std::uint32_t>(bb->count));
+}
+
 void TAIL_RECURSION::replace(const TAIL_CALL& tail, BBLK* start) const {
+    take_off_entries(tail.bb);
     const PSN* psn = tail.cell->psn;
     if (print_debug != 0)
         dprintf("\n  ===> Tail recursive self-call removed at line %ld: %s\n\n",

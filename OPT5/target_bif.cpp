@@ -25,7 +25,8 @@ using namespace op;
 namespace {
 
 enum BIF_USE {
-    OPERATOR,             // only the optimizer makes it
+    OPERATOR, // no programmer calls it
+    OPERATOR_WITH_EFFECTS,
     FUNCTION,             // a programmer calls it
     FUNCTION_WITH_EFFECTS // the same; its effects are not those of its operands alone
 };
@@ -77,9 +78,9 @@ void init_BIF_descriptors() {
         BIF_DESCRIPTOR made{};
         made.name = intern_text(row.name);
         made.operands = static_cast<int>(std::strlen(row.operands));
-        made.has_effects = row.use == FUNCTION_WITH_EFFECTS;
+        made.has_effects = row.use == FUNCTION_WITH_EFFECTS || row.use == OPERATOR_WITH_EFFECTS;
         made.result_type = type_of_letter(row.result);
-        made.is_function = row.use != OPERATOR;
+        made.is_function = row.use == FUNCTION || row.use == FUNCTION_WITH_EFFECTS;
         made.rule = row.rule;
         for (int i = 0; i < made.operands; i++) made.operand_type[i] = type_of_letter(row.operands[i]);
         descriptors().emplace(made.name, made);

@@ -19,6 +19,7 @@
 
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "bblk.h"
 #include "bbutils.h"
@@ -27,6 +28,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "if_file.h"
+#include "integrate.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -205,6 +207,97 @@ void write_symbols() {
     wrstcr(REC_END_LOCALS, currfuninfo->locals_psn);
 }
 
+// --- The exception table.
+
+template <class VISIT> void walk_statements(VISIT visit) {
+    for (BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
+        for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
+            walk_tree(cell->first, visit);
+}
+
+bool is_call(const NODE* node) { return node->op == CALL || node->op == UCALL; }
+
+// The entries that are kept: the two fixed ones, those that a call names or a kept entry leads to, and with
+// each of them the marks of its end.
+std::vector<char> live_entries(const std::vector<EHT_ENTRY>& table) {
+    std::vector<char> kept(table.size());
+    std::vector<unsigned> pending;
+    std::vector<std::vector<unsigned>> ends(table.size()); // by the entry that the mark leads to
+    const auto keep = [&](unsigned id) {
+        if (id >= table.size() || kept[id] != 0) return;
+        kept[id] = 1;
+        pending.push_back(id);
+    };
+    const auto keep_of_tree = [&](NODE* tree) {
+        walk_tree(tree, [&](const NODE* node) {
+            if (is_call(node)) keep(node->u2.i_eht_id);
+        });
+    };
+    for (unsigned i = 0; i < table.size(); i++)
+        if (table[i].kind == EHK_CLEANUP_END && table[i].third < table.size())
+            ends[table[i].third].push_back(i);
+    keep(0);
+    keep(1);
+    walk_statements([&](const NODE* node) {
+        if (is_call(node)) keep(node->u2.i_eht_id);
+    });
+    while (!pending.empty()) {
+        const unsigned id = pending.back();
+        pending.pop_back();
+        keep(table[id].third);
+        keep_of_tree(static_cast<NODE*>(table[id].tree));
+        if (id > 1)
+            for (const unsigned end : ends[id]) keep(end);
+    }
+    return kept;
+}
+
+// Drops the entries that nothing leads to, and numbers the others.
+void update_eht_labels() {
+    std::vector<EHT_ENTRY>& table = currfuninfo->eht;
+    const std::vector<char> kept = live_entries(table);
+    std::vector<unsigned> new_ids(table.size());
+    unsigned count = 0;
+    for (std::size_t i = 0; i < table.size(); i++)
+        if (kept[i] != 0) new_ids[i] = count++;
+    if (count == table.size()) return;
+    const auto renumber = [&](NODE* node) {
+        if (is_call(node) && node->u2.i_eht_id < table.size()) node->u2.i_eht_id = new_ids[node->u2.i_eht_id];
+    };
+    walk_statements(renumber);
+    for (std::size_t i = 0; i < table.size(); i++) {
+        EHT_ENTRY& entry = table[i];
+        if (kept[i] == 0) {
+            if (entry.tree != nullptr) erase_tree(static_cast<NODE*>(entry.tree));
+            continue;
+        }
+        walk_tree(static_cast<NODE*>(entry.tree), renumber);
+        if (entry.third < table.size()) entry.third = new_ids[entry.third];
+        entry.first = new_ids[i];
+    }
+    std::size_t place = 0;
+    for (std::size_t i = 0; i < table.size(); i++) {
+        if (kept[i] == 0) continue;
+        if (place != i) table[place] = std::move(table[i]);
+        place++;
+    }
+    table.resize(place);
+}
+
+// --- Functions that were to have no code.
+
+// What is named here is needed after all.
+void note_needed_functions() {
+    if (fileinfo.definition_count == 0) return;
+    const auto note = [](const NODE* node) {
+        if (node->op != NAME || node->symbol()->level != 0 || !node->symbol()->otype->is_func()) return;
+        FUNINFO* function = find_FUNINFO(node->symbol());
+        if (function != nullptr) unsuppress_inline_function(function);
+    };
+    walk_statements(note);
+    for (const EHT_ENTRY& entry : currfuninfo->eht) walk_tree(static_cast<NODE*>(entry.tree), note);
+}
+
 } // namespace
 
 void revert_symbol_type(SYMTAB* symbol) {
@@ -267,7 +360,9 @@ void write_func_header() {
 }
 
 void write_func_body() {
+    note_needed_functions();
     write_symbols();
+    if (!currfuninfo->eht.empty()) update_eht_labels();
     wrbblocks();
     if (!currfuninfo->eht.empty()) {
         for (const EHT_ENTRY& entry : currfuninfo->eht)

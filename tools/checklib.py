@@ -242,12 +242,14 @@ class Workbench:
             return None, "opt5: no output file"
         return result, None
 
-    def run(self, program, stdin=b"", max_steps=None):
-        """Runs an intermediate file and gives its Outcome."""
+    def run(self, program, stdin=b"", max_steps=None, flow_counts=None):
+        """Runs an intermediate file and gives its Outcome; a counting program leaves its counts in that file."""
         trace_file = self.path("trace")
         command = [self.tool("icode-run"), "--stats", f"--trace={trace_file}"]
         if max_steps:
             command += ["--max-steps", str(max_steps)]
+        if flow_counts:
+            command.append(f"--flow-counts={flow_counts}")
         status, out, err = self.call([*command, program], stdin=stdin)
         if status is None:
             return Outcome(failure="icode-run: " + out.decode())

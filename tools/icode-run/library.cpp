@@ -13,7 +13,7 @@ const library_function* find_library(std::string_view name) {
     static const auto index = [] {
         std::unordered_map<std::string_view, const library_function*> made;
         for (const auto* table : {&stdio_functions(), &string_functions(), &utility_functions(),
-                                  &math_functions(), &exception_functions()})
+                                  &math_functions(), &exception_functions(), &flow_functions()})
             for (const library_function& f : *table) made.emplace(f.name, &f);
         return made;
     }();

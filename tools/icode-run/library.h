@@ -74,6 +74,7 @@ const std::vector<library_function>& string_functions();
 const std::vector<library_function>& utility_functions();
 const std::vector<library_function>& math_functions();
 const std::vector<library_function>& exception_functions();
+const std::vector<library_function>& flow_functions();
 
 } // namespace run
 

@@ -60,7 +60,8 @@ class machine {
     output_stream out;
     std::uint32_t random_state = 1;
     std::vector<address> exit_functions;
-    address token_rest = 0; // where strtok goes on
+    address token_rest = 0;  // where strtok goes on
+    std::string flow_counts; // what a program that counts its flow left at its end
 
     // Calls the function at that address and returns its value.
     std::uint64_t call_back(address function, const argument_info* infos, const std::uint64_t* values,

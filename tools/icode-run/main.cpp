@@ -13,8 +13,8 @@
 
 namespace {
 
-constexpr const char* USAGE =
-    "Usage: icode-run [--stats] [--trace[=FILE]] [--check] [--max-steps N] FILE.ic [ARGS]...\n";
+constexpr const char* USAGE = "Usage: icode-run [--stats] [--trace[=FILE]] [--check] [--max-steps N] "
+                              "[--flow-counts=FILE] FILE.ic [ARGS]...\n";
 
 int usage() {
     std::fputs(USAGE, stderr);
@@ -28,11 +28,26 @@ bool parse_count(const char* text, std::uint64_t& value) {
     return *text >= '0' && *text <= '9' && *end == 0 && errno == 0;
 }
 
+// A program that was not made to count, or was aborted, leaves no counts: there is no file then.
+bool write_counts(const char* name, const std::string& text) {
+    if (text.empty()) {
+        std::fprintf(stderr, "icode-run: %s is not written: the program left no counts\n", name);
+        return true;
+    }
+    std::FILE* stream = std::fopen(name, "w");
+    const bool written = stream != nullptr && std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+    if (stream != nullptr && std::fclose(stream) == 0 && written) return true;
+    std::fprintf(stderr, "icode-run: %s: %s\n", name, std::strerror(errno));
+    return false;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     run::settings with;
     std::FILE* trace_file = nullptr;
+    const char* flow_counts_name = nullptr;
+    std::string flow_counts;
     int i = 1;
     for (; i < argc && std::strncmp(argv[i], "--", 2) == 0; i++) {
         const std::string_view word = argv[i];
@@ -51,6 +66,9 @@ int main(int argc, char** argv) {
                 return 1;
             }
             with.trace = trace_file;
+        } else if (word.starts_with("--flow-counts=")) {
+            flow_counts_name = argv[i] + std::strlen("--flow-counts=");
+            with.flow_counts = &flow_counts;
         } else if (word == "--max-steps" && i + 1 < argc) {
             if (!parse_count(argv[++i], with.max_steps)) return usage();
         } else if (word.starts_with("--max-steps=")) {
@@ -76,5 +94,6 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "icode-run: the trace could not be written\n");
         return 1;
     }
+    if (flow_counts_name != nullptr && !write_counts(flow_counts_name, flow_counts)) return 1;
     return status;
 }

@@ -32,6 +32,7 @@ int run_program(const model::program& program, const std::vector<std::string>& a
         loaded.mem.seal();
         machine vm(loaded, code, {with.check, with.trace, with.max_steps});
         const int status = vm.run_main(main_function, arguments);
+        if (with.flow_counts != nullptr) *with.flow_counts = vm.flow_counts;
         if (with.stats) std::fprintf(stderr, "%s\n", stats_line(vm.counts()).c_str());
         if (counts != nullptr) *counts = vm.counts();
         return status;

@@ -18,6 +18,7 @@ struct settings {
     bool check = false;         // find locals read before they have a value, and after their block
     std::FILE* trace = nullptr; // where volatile accesses are noted, or null
     std::uint64_t max_steps = UINT64_MAX;
+    std::string* flow_counts = nullptr; // where the counts of a program that counts its flow go, or null
 };
 
 // The counts of executed operators as one line of JSON.

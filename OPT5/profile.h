@@ -1,0 +1,45 @@
+// Profiles: the counts of earlier runs of the program, read back.
+//
+// A profile is a text file that the exit routine of a counting program writes; docs/profiles.md tells the
+// format. Files may be joined end to end, and counts of one function are then added up.
+
+#ifndef OPT5_PROFILE_H
+#define OPT5_PROFILE_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+class PROFILE {
+  public:
+    struct COUNTS {
+        std::uint32_t checksum;
+        std::vector<std::uint64_t> counts;
+    };
+
+    // Takes the text of a profile in addition to what is there. False for a text of another form: `error`
+    // then says what is wrong with which line.
+    bool add(std::string_view text, std::string& error);
+
+    // The counts of the function of that name and checksum, null when there are none of that size.
+    const COUNTS* find(const std::string& name, std::uint32_t checksum, std::size_t size) const;
+    // Whether there are any counts under that name.
+    bool knows(const std::string& name) const { return functions_.contains(name); }
+
+  private:
+    std::unordered_map<std::string, std::vector<COUNTS>> functions_; // never walked
+};
+
+// Reads the profile that the option names, if one does. A file that cannot be read, or that is no profile,
+// ends the run with one line and status 1.
+void load_profile();
+
+// Gives the current function, whose graph buildcfg has just made, the counts of the profile: its entry count
+// and state, BBLK::count, and the count of every reference to a label. A function that the profile does not
+// know, or knows in another shape, stays without; a line on standard error says so. Nothing without a
+// profile.
+void apply_profile();
+
+#endif
