@@ -21,9 +21,7 @@
 #include "clusters.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -36,7 +34,6 @@
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
-#include "if_file.h"
 #include "node.h"
 #include "opcodes.h"
 #include "optypes.h"
@@ -133,7 +130,7 @@ bool is_candidate(const SYMTAB* symbol) {
         return false;
     // What nothing modifies is a number soon.
     if (symbol->type->is_const() != type->is_const()) return false;
-    return has_free_place(symbol) && initialiser_fits(symbol) &&
+    return has_free_place(symbol) && initialiser_fits(symbol) && !fileinfo.asm_names.contains(symbol->name) &&
            !std::string_view(symbol->name).starts_with(CLUSTER_NAME);
 }
 
@@ -164,7 +161,6 @@ class COLLECTOR {
     void find_candidates();
     void scan_functions();
     void scan(NODE* tree, FUNCTION& into);
-    void exclude_names_in(std::string_view assembly);
     void add_integrated();
     bool may_pair(int a, int b) const;
     int leader_of(int candidate);
@@ -198,26 +194,6 @@ void COLLECTOR::find_candidates() {
         });
 }
 
-void COLLECTOR::exclude_names_in(std::string_view assembly) {
-    std::unordered_set<std::string_view> words;
-    const auto is_letter = [](unsigned char c) {
-        return std::isalnum(c) != 0 || c == '_' || c == '$' || c == '.';
-    };
-    for (std::size_t at = 0; at < assembly.size();) {
-        std::size_t end = at;
-        while (end < assembly.size() && is_letter(static_cast<unsigned char>(assembly[end]))) end++;
-        if (end > at) {
-            words.insert(assembly.substr(at, end - at));
-            if (name_has_prefix(std::string(assembly.substr(at, end - at)).c_str()))
-                words.insert(assembly.substr(at + 1, end - at - 1));
-        }
-        at = end + 1;
-    }
-    for (std::size_t i = 0; i < candidates_.size(); i++)
-        if (words.contains(candidates_[i]->name) || words.contains(skip_name_prefix(candidates_[i]->name)))
-            is_out_[i] = true;
-}
-
 void COLLECTOR::scan(NODE* tree, FUNCTION& into) {
     walk_tree(tree, [&](NODE* node) {
         if (node->op == NAME) {
@@ -238,21 +214,16 @@ void COLLECTOR::scan(NODE* tree, FUNCTION& into) {
 }
 
 void COLLECTOR::scan_functions() {
-    std::string assembly;
     for (const SYMTAB* symbol : functions) {
         FUNINFO* function = find_FUNINFO(const_cast<SYMTAB*>(symbol));
         if (function == nullptr) continue;
         FUNCTION& into = scanned_[function];
         for (const BBLK* bb = function->bb_list; bb != nullptr; bb = bb->next)
-            for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {
-                if (cell->first->op == ASM && cell->first->u.lval.bits() == REC_INLINE_ASM)
-                    (assembly += cell->first->text) += '\n';
+            for (const LIST* cell = bb->statements; cell != nullptr; cell = cell->next)
                 scan(cell->first, into);
-            }
         for (const EHT_ENTRY& entry : function->eht)
             if (entry.tree != nullptr) scan(static_cast<NODE*>(entry.tree), into);
     }
-    if (!assembly.empty()) exclude_names_in(assembly);
 }
 
 // The uses of each function as it will be when calls have been integrated.
@@ -395,11 +366,9 @@ void report(const SYMTAB* cluster, const std::vector<MEMBER>& members, int saved
     std::string names;
     for (const MEMBER& member : members) (names += names.empty() ? "" : ", ") += member.symbol->name;
     dprintf("\nCluster %s: %s; %d addresses fewer\n", cluster->name, names.c_str(), saved);
-    if (finfo == nullptr) return;
-    const PSN* psn = cluster->psn;
-    if (psn != nullptr && psn->file != nullptr) std::fprintf(finfo, "%s:%u: ", psn->file, psn->line);
-    std::fprintf(finfo, "the statics %s are used together and lie together as %s, which saves %d addresses\n",
-                 names.c_str(), cluster->name, saved);
+    info_sentence(cluster->psn,
+                  "the statics %s are used together and lie together as %s, which saves %d addresses",
+                  names.c_str(), cluster->name, saved);
 }
 
 // The name, behind that of the function whose static it is.
