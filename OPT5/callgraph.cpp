@@ -13,6 +13,7 @@
 #include "global_symbols.h"
 #include "graphs.h"
 #include "if_client.h"
+#include "inliner.h"
 #include "node.h"
 #include "opcodes.h"
 #include "pragma.h"
@@ -343,6 +344,7 @@ void analyze_call_graph() {
     if (!fileinfo.ordered.empty()) {
         analyze_global_symbols();
         detect_recursion();
+        auto_inline_call_sites();
         dump_call_graph_debug();
     }
     close_file_summary();

@@ -11,9 +11,9 @@ static int unused_writer_target = 5;
 
 /* Modified, each in a way of its own. */
 static int through_pointer = 1;
-static int *pointer = &through_pointer;
+static int* pointer = &through_pointer;
 static int through_table = 2;
-static int *const table[] = {&limit, &through_table};
+static int* const table[] = {&limit, &through_table};
 static int by_comparison;
 static int by_exit = 3;
 static int by_increment = 4;
@@ -23,9 +23,9 @@ static long by_argument = 8;
 
 static void never_called(void) { unused_writer_target = 6; }
 
-static int compare(const void *a, const void *b) {
+static int compare(const void* a, const void* b) {
     by_comparison++;
-    return *(const int *)a - *(const int *)b;
+    return *(const int*)a - *(const int*)b;
 }
 
 static void at_end(void) {
@@ -33,7 +33,7 @@ static void at_end(void) {
     printf("exit %d %d\n", by_exit, limit);
 }
 
-static void bump(long *place) { ++*place; }
+static void bump(long* place) { ++*place; }
 
 /* A value that does not outlive a call. */
 static int fresh(int n) {
@@ -64,7 +64,7 @@ static int indirect(int n) {
 }
 
 static int in_callback;
-static int sort_depth(const void *a, const void *b);
+static int sort_depth(const void* a, const void* b);
 static int sorts(int n) {
     static int kept;
     int values[2];
@@ -73,12 +73,12 @@ static int sorts(int n) {
     if (n > 0) qsort(values, 2, sizeof values[0], sort_depth);
     return kept;
 }
-static int sort_depth(const void *a, const void *b) {
+static int sort_depth(const void* a, const void* b) {
     if (!in_callback) {
         in_callback = 1;
         by_callback += sorts(0);
     }
-    return *(const int *)a - *(const int *)b;
+    return *(const int*)a - *(const int*)b;
 }
 
 /* Written on one way only, or counted. */
@@ -90,7 +90,7 @@ static int counts(int set) {
     return total;
 }
 
-static int *escapes(int n) {
+static int* escapes(int n) {
     static int kept;
     kept = n;
     return &kept;
