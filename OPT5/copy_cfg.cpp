@@ -30,7 +30,7 @@ class COPIER {
     CFG_COPY run();
 
   private:
-    SYMTAB* copy_symbol(const SYMTAB* symbol);
+    SYMTAB* enter_copy(const SYMTAB* symbol);
     SYMTAB* copy_symbols(const SYMTAB* list);
     void copy_scopes();
     void copy_initialisers(const SYMTAB* list);
@@ -59,8 +59,9 @@ PRAGMA* copy_pragmas(const PRAGMA* chain) {
     return head;
 }
 
-// What passes have noted in the symbol is left behind.
-SYMTAB* COPIER::copy_symbol(const SYMTAB* symbol) {
+} // namespace
+
+SYMTAB* copy_symbol(const SYMTAB* symbol) {
     auto* copy = new SYMTAB;
     copy->name = symbol->name;
     copy->size = symbol->size;
@@ -79,7 +80,14 @@ SYMTAB* COPIER::copy_symbol(const SYMTAB* symbol) {
     copy->location = symbol->location;
     copy->option_set = symbol->option_set;
     copy->flags = symbol->flags;
-    copy->serial = copy->index = to_->next_serial++;
+    copy->serial = copy->index = currfuninfo->next_serial++;
+    return copy;
+}
+
+namespace {
+
+SYMTAB* COPIER::enter_copy(const SYMTAB* symbol) {
+    SYMTAB* copy = ::copy_symbol(symbol);
     copy_.symbols.emplace(symbol, copy);
     return copy;
 }
@@ -87,7 +95,7 @@ SYMTAB* COPIER::copy_symbol(const SYMTAB* symbol) {
 SYMTAB* COPIER::copy_symbols(const SYMTAB* list) {
     SYMTAB* head = nullptr;
     for (SYMTAB** place = &head; list != nullptr; list = list->next, place = &(*place)->next)
-        *place = copy_symbol(list);
+        *place = enter_copy(list);
     return head;
 }
 

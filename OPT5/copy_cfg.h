@@ -26,6 +26,10 @@ struct CFG_COPY {
     std::unordered_map<const SYMTAB*, SYMTAB*> symbols; // what became of each local symbol; never walked
 };
 
+// A copy of the local symbol for the current function, with a serial number and pragmas of its own. What passes
+// have noted in it, its scope, its initialiser and its place on a list are left behind.
+SYMTAB* copy_symbol(const SYMTAB* symbol);
+
 // Copies the body of `from` into the pool of `to`, whose block ids, symbol serials, temporaries and labels it
 // counts on with; the lists of `to` stay as they are. Statements, positions, frequencies, call sites and the
 // mark of the argument prolog come along; names of symbols of `from` become names of their copies. Both may

@@ -334,9 +334,7 @@ NODE* EXPLOSION::replace_leaves(NODE* tree) {
 NODE* EXPLOSION::member_of(NODE* object, const LEAF& leaf, int depth) const {
     for (std::size_t i = static_cast<std::size_t>(depth); i < leaf.path.size(); i++) {
         TYPE* type = leaf.path[i].member->type->normalized();
-        auto* field = new NODE(FIELD, type);
-        field->mk_field(1, leaf.path[i].member, leaf.path[i].csu);
-        object = maketree(STDOT, object, field, type, nullptr);
+        object = maketree(STDOT, object, mk_FIELD(leaf.path[i].member, leaf.path[i].csu), type, nullptr);
     }
     return object;
 }

@@ -171,6 +171,14 @@ struct FUNINFO {
     FUNINFO(const FUNINFO&) = delete;
     FUNINFO& operator=(const FUNINFO&) = delete;
 
+    // The integrable definition as statements, in order, while the file is being read: symbols with numbers from
+    // 0, parameters first; the tree of scopes by their numbers. See integrate_stmts.h.
+    SYMTAB* integrable_symbols = nullptr;
+    LIST* integrable_body = nullptr; // null where there is none
+    std::vector<EHT_ENTRY> integrable_eht;
+    std::vector<int> scope_parent, scope_level, scope_open, scope_close;
+    std::uint32_t integrated_calls = 0; // of this function, in statement form
+
     std::vector<BBLK*>& serial_objects(BBLK*) { return blocks; }
 };
 

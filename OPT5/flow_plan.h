@@ -5,15 +5,15 @@
 // making the same plan. In order of the layout, each block but the exit block has
 //
 //   start      a counter at its start, behind the prolog: how often the block was entered,
-//   end        where it has one successor and makes a call: a counter at its end. A call may not come back,
-//   or
-//              come back twice,
+//   end        where it makes a call and has one successor, other than the exit block: a counter at its
+//              end. A call may not come back, or come back twice,
 //   edges      for each critical edge, in order of the successors: a counter on the edge. An edge is critical
 //              that leaves a block with several successors for one that can be entered on other ways too.
 //
 // The count of any edge is then one of these: the end, or else the start, of a block with one successor; the
-// start of a block with one predecessor; or its own. Nothing has to be inferred, and a program that leaves a
-// function by longjmp or exit has exact counts.
+// start of a block with one predecessor; or its own. Nothing has to be inferred: the
+// counts are exact also where a program leaves a function by longjmp or exit. Only the edges to the exit
+// block do without that, as nothing is decided by them.
 
 #ifndef OPT5_FLOW_PLAN_H
 #define OPT5_FLOW_PLAN_H

@@ -7,6 +7,7 @@
 
 #include "aliasing.h"
 #include "bbutils.h"
+#include "clusters.h"
 #include "copy.h"
 #include "copyprop.h"
 #include "debug.h"
@@ -135,7 +136,9 @@ NODE* value_of_piece(const PIECE& piece, std::uint64_t offset, TYPE* type) {
     }
     if (piece.entry->offset != offset || !values_agree(tree->type, type) || !is_fixed_value(tree))
         return nullptr;
-    NODE* copy = simp_tree(copy_tree(const_cast<NODE*>(tree), false), nullptr);
+    NODE* copy = copy_tree(const_cast<NODE*>(tree), false);
+    if (cluster_refs_are_expanded()) copy = expand_cluster_refs(copy);
+    copy = simp_tree(copy, nullptr);
     NODE* value = coerce_to_type(copy, type);
     return value == copy ? value : simp_node(value, nullptr);
 }

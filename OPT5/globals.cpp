@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "casts.h"
+#include "clusters.h"
 #include "fileopt.h"
 #include "files.h"
 #include "if_file.h"
@@ -106,6 +107,7 @@ void write_initialiser(SYMTAB* symbol) {
 void closing_run_over_globals() {
     close_file_summary();
     mark_names_in_assembly();
+    close_clusters();
     for (SYMTAB* symbol = global_symbols; symbol != nullptr; symbol = symbol->next) decide_retention(symbol);
     if (print_debug != 0) {
         dprintf("\n\fGlobal symbols\n\n");

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 #include "call_sites.h"
 #include "debug.h"
@@ -10,6 +13,7 @@
 #include "in_function.h"
 #include "inliner_report.h"
 #include "inliner_selection.h"
+#include "integrate.h"
 #include "pragma.h"
 #include "symbol.h"
 #include "types.h"
@@ -132,11 +136,27 @@ SITE_FATE first_decision(const CALLSITE& site) {
     return SITE_FATE::NOT_CHOSEN;
 }
 
-// Takes back what an earlier decision has left.
-void forget_decisions(const std::vector<FUNINFO*>& functions) {
+// Takes back what an earlier decision has left. Returns the functions that it has suppressed.
+std::vector<FUNINFO*> forget_decisions(const std::vector<FUNINFO*>& functions) {
+    std::vector<FUNINFO*> suppressed;
     for (FUNINFO* function : functions) {
+        if (TEST_FLAG(function, FUN_is_suppressed)) suppressed.push_back(function);
         function->flags &= ~(FUN_is_inlined | FUN_is_suppressed);
+        if (function->integrable_cfg == nullptr) continue;
         function->integrable_cfg.reset();
+        fileinfo.definition_count--;
+    }
+    return suppressed;
+}
+
+// A function that has left the list of those to process, and is now needed, comes back to it.
+void restore_needed(const std::vector<FUNINFO*>& suppressed) {
+    if (suppressed.empty()) return;
+    const std::unordered_set<const SYMTAB*> listed(::functions.begin(), ::functions.end());
+    for (FUNINFO* function : suppressed) {
+        if (TEST_FLAG(function, FUN_is_suppressed) || listed.count(function->symbol) != 0) continue;
+        function->flags |= FUN_is_suppressed;
+        unsuppress_inline_function(function);
     }
 }
 
@@ -167,7 +187,7 @@ void auto_inline_call_sites() {
     std::vector<FUNINFO*> functions;
     for (FUNINFO* function : fileinfo.ordered)
         if (function != fileinfo.root && function->bb_list != nullptr) functions.push_back(function);
-    forget_decisions(functions);
+    const std::vector<FUNINFO*> suppressed = forget_decisions(functions);
     for (FUNINFO* function : functions)
         if (must_keep_body(function)) function->flags |= FUN_cannot_suppress;
 
@@ -183,6 +203,7 @@ void auto_inline_call_sites() {
                      [](const CALLSITE& site) { return inliner->static_inlining_predicate(site); },
                      "static-inline ", {inliner->static_limit, 0, INLINE_LOOPS_LIMIT, INLINE_BLOCKS_LIMIT});
     inliner->auto_inlining_passes(inlining);
+    restore_needed(suppressed);
     report_call_sites(functions);
     for (FUNINFO* function : functions) drop_copied_arguments(function);
 }

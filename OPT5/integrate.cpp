@@ -16,6 +16,7 @@
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
+#include "optypes.h"
 #include "pragma.h"
 #include "psn.h"
 #include "symbol.h"
@@ -32,14 +33,10 @@ constexpr std::uint32_t BITS_PER_BYTE = 8;
 constexpr std::uint32_t LARGE_LOCAL = 32 * BITS_PER_BYTE;
 constexpr std::uint64_t MAX_LARGE_LOCALS = 256 * BITS_PER_BYTE;
 
-bool is_asked_for(const SYMTAB* function) {
-    return symbol_has_pragma(function, PRAG_INLINE) || symbol_has_pragma(function, PRAG_FUNC_ALWAYS_INLINE);
-}
-
 // What keeps the symbols from becoming another function's; null where nothing does.
 const char* fault_of_symbols(const SYMTAB* list, bool any_size, std::uint64_t& large) {
     for (const SYMTAB* symbol = list; symbol != nullptr; symbol = symbol->next) {
-        if (symbol->otype->is_volatile()) return "it has a volatile local";
+        if (symbol->otype->is_volatile() || has_volatile_part(symbol->otype)) return "it has a volatile local";
         if (symbol->class_as_read == SC_VARARG) return "its number of arguments varies";
         if ((symbol->cqual & CQ_REGISTER) != 0) continue;
         switch (symbol->sclass) {
@@ -62,7 +59,7 @@ const char* fault_of_symbols(const SYMTAB* list, bool any_size, std::uint64_t& l
 
 // A place that control can come back to without a call belongs to its frame.
 bool is_landing(NODE* node) {
-    if (node->op == UMCALL) return std::strcmp(node->intrinsic(), "__eh_switch") == 0;
+    if (node->op == UMCALL) return std::strcmp(node->intrinsic(), EH_SWITCH) == 0;
     const SYMTAB* callee = get_callee_for_call(node);
     return callee != nullptr && std::strcmp(skip_name_prefix(callee->name), "setjmp") == 0;
 }
@@ -93,6 +90,10 @@ void warn(const FUNINFO* function, const char* why) {
 }
 
 } // namespace
+
+bool is_asked_for(const SYMTAB* function) {
+    return symbol_has_pragma(function, PRAG_INLINE) || symbol_has_pragma(function, PRAG_FUNC_ALWAYS_INLINE);
+}
 
 void check_integrable_definition(FUNINFO* function) {
     const bool any_size = is_asked_for(function->symbol);

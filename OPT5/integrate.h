@@ -3,7 +3,11 @@
 #ifndef OPT5_INTEGRATE_H
 #define OPT5_INTEGRATE_H
 
+class SYMTAB;
 struct FUNINFO;
+
+// Whether the source asks for the function's integration: it is declared inline, or always to be inlined.
+bool is_asked_for(const SYMTAB* function);
 
 // Tests whether the function that is being read may be integrated at all, as far as its local symbols and its
 // statements tell; sets FUN_cannot_inline and FUN_cannot_suppress if it may not. A function declared inline

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <unordered_map>
 
+class NODE;
 class SYMTAB;
 struct FUNINFO;
 struct SYMLIST;
@@ -42,6 +43,10 @@ class LS {
     void offset_scope(unsigned delta, int new_owner);
     // Hangs the scope, which has no parent, under this one, with levels to match.
     void splice_scope(LS* scope, int new_owner);
+
+    // Makes scopes of the arrays that are stored with the callee's statements, under the scope of the call, whose
+    // place is in the current function; see integrate_stmts.h.
+    static void integrate_integrable_scopes(FUNINFO* callee, NODE* call);
 
     // Enters the symbol in this scope and makes it the symbol's.
     void add_symbol(SYMTAB* symbol);

@@ -178,6 +178,7 @@ NODE* mktree(int op, NODE* left, NODE* right, TYPE* type, SYMTAB* symbol, const 
 NODE* mk_ASG(NODE* left, NODE* right); // STASG, ARASG or ASG by the left type
 NODE* mk_NAME(SYMTAB* symbol, LS* ls = nullptr);
 NODE* mk_ICON(const INT65& value, TYPE* type);
+NODE* mk_FIELD(fkMDATA* member, TYPE* csu); // of the type that accesses to the member have
 NODE* mk_MINUS(NODE* left, NODE* right);
 NODE* mk_EXCLAIM(NODE* operand);
 NODE* mk_COMMAOP(NODE* effect, NODE* value);

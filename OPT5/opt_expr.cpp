@@ -248,6 +248,12 @@ NODE* mk_ICON(const INT65& value, TYPE* type) {
 
 NODE* mk_MINUS(NODE* left, NODE* right) { return maketree(MINUS, left, right, left->type, nullptr); }
 
+NODE* mk_FIELD(fkMDATA* member, TYPE* csu) {
+    auto* field = new NODE(FIELD, member->type->normalized());
+    field->mk_field(1, member, csu);
+    return field;
+}
+
 NODE* mk_EXCLAIM(NODE* operand) { return maketree(EXCLAIM, operand, nullptr, tp->int_type(IK_INT), nullptr); }
 
 NODE* mk_COMMAOP(NODE* effect, NODE* value) { return maketree(COMMAOP, effect, value, value->type, nullptr); }

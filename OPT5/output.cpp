@@ -14,6 +14,7 @@
 #include "bblk.h"
 #include "block_layout.h"
 #include "casts.h"
+#include "clusters.h"
 #include "copyprop.h"
 #include "dead_assigns.h"
 #include "debug.h"
@@ -88,6 +89,7 @@ void drop_unused_locals() {
 } // namespace
 
 void output_function() {
+    expand_cluster_refs(); // whatever the order of the steps was
     drop_unused_locals();
     combine_asgs_to_memory();
     optimize_SWITCH_cases();

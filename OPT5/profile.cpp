@@ -18,7 +18,7 @@
 
 namespace {
 
-constexpr int PROFILE_OPTION = 62;
+constexpr int COUNTING_OPTION = 61, PROFILE_OPTION = 62;
 constexpr std::string_view HEADING = "flow-counts 1";
 constexpr std::uint32_t LARGEST = NO_PROFILE - 1; // of a count in the trees
 
@@ -134,6 +134,10 @@ const PROFILE::COUNTS* PROFILE::find(const std::string& name, std::uint32_t chec
 void load_profile() {
     profile.reset();
     if (!file_options->is_present(PROFILE_OPTION)) return;
+    if (file_options->is_present(COUNTING_OPTION)) {
+        std::fprintf(stderr, "opt5: --count_flow and --flow_profile exclude each other\n");
+        std::exit(1);
+    }
     profile_name = file_options->getstrarg(PROFILE_OPTION, 0);
     std::string text, error;
     if (!read_whole(profile_name, text)) {
@@ -177,6 +181,18 @@ void apply_to_transfer(const BBLK* bb, const FLOW_PLAN& plan, const std::vector<
 
 } // namespace
 
+void apply_counts(const FLOW_PLAN& plan, const std::vector<std::uint64_t>& counts) {
+    currfuninfo->profile_state = 2;
+    currfuninfo->entry_count = in_tree(counts[plan.start(currfuninfo->bb_list)]);
+    const auto blocks = static_cast<std::size_t>(currfuninfo->bb_count) + 1;
+    std::vector<std::uint64_t> edge_count(blocks);
+    std::vector<std::uint32_t> references(blocks);
+    for (BBLK* bb = currfuninfo->bb_list; !bb->is_exit(); bb = bb->next) {
+        bb->count = static_cast<std::int32_t>(std::min<std::uint64_t>(counts[plan.start(bb)], INT_MAX));
+        apply_to_transfer(bb, plan, counts, edge_count, references);
+    }
+}
+
 void apply_profile() {
     if (profile == nullptr) return;
     const std::string name = flow_name(currfuninfo);
@@ -189,14 +205,5 @@ void apply_profile() {
                      name.c_str());
         return;
     }
-    currfuninfo->profile_state = 2;
-    currfuninfo->entry_count = in_tree(found->counts[plan.start(currfuninfo->bb_list)]);
-    const auto blocks = static_cast<std::size_t>(currfuninfo->bb_count) + 1;
-    std::vector<std::uint64_t> edge_count(blocks);
-    std::vector<std::uint32_t> references(blocks);
-    for (BBLK* bb = currfuninfo->bb_list; !bb->is_exit(); bb = bb->next) {
-        bb->count =
-            static_cast<std::int32_t>(std::min<std::uint64_t>(found->counts[plan.start(bb)], INT_MAX));
-        apply_to_transfer(bb, plan, found->counts, edge_count, references);
-    }
+    apply_counts(plan, found->counts);
 }

@@ -12,6 +12,8 @@
 #include <unordered_map>
 #include <vector>
 
+class FLOW_PLAN;
+
 class PROFILE {
   public:
     struct COUNTS {
@@ -36,10 +38,13 @@ class PROFILE {
 // ends the run with one line and status 1.
 void load_profile();
 
-// Gives the current function, whose graph buildcfg has just made, the counts of the profile: its entry count
-// and state, BBLK::count, and the count of every reference to a label. A function that the profile does not
-// know, or knows in another shape, stays without; a line on standard error says so. Nothing without a
-// profile.
+// Gives the current function, to which the plan belongs, the counts of its counters: its entry count and
+// state, BBLK::count, and the count of every reference to a label.
+void apply_counts(const FLOW_PLAN& plan, const std::vector<std::uint64_t>& counts);
+
+// The same from the profile that was loaded, once buildcfg has made the graph. A function that the profile
+// does not know, or knows in another shape, stays without counts; a line on standard error says so. Nothing
+// without a profile.
 void apply_profile();
 
 #endif

@@ -13,6 +13,8 @@
 #include "fl_statics.h"
 #include "if_file.h"
 #include "instrument.h"
+#include "integrate.h"
+#include "integrate_stmts.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -303,7 +305,11 @@ void OPT_CLIENT::build_flow_graph(const PSN* psn) {
     for (LIST* cell = function->statements; cell != nullptr; cell = cell->next)
         cell->first = simp_tree(fix_BIF_types(cell->first), nullptr);
     check_for_synonym_function_in_pass_1();
+    check_integrable_definition(function);
+    const bool inline_statements = pass_debug("inline_statements") != 0;
+    if (inline_statements) integrate_calls_in_statements();
     seq_trees();
+    if (inline_statements && is_asked_for(function->symbol)) make_integrable_definition(function);
     buildcfg();
 }
 

@@ -223,12 +223,6 @@ void SHARER::make_types() {
     shared_ = sym_temp(TEMP_KIND, -1, shared, nullptr);
 }
 
-NODE* mk_FIELD(fkMDATA* member, TYPE* csu) {
-    auto* field = new NODE(op::FIELD, member->type->normalized());
-    field->mk_field(1, member, csu);
-    return field;
-}
-
 void SHARER::rewrite() {
     for (const BBLK* bb = currfuninfo->bb_list; bb != nullptr; bb = bb->next)
         for (LIST* cell = bb->statements; cell != nullptr; cell = cell->next) {

@@ -6,6 +6,7 @@
 
 #include "steps.h"
 
+#include "clusters.h"
 #include "cond_paths.h"
 #include "copyprop.h"
 #include "csu_temps.h"
@@ -50,6 +51,8 @@ void pass_2_inits() {
     add_instrumentation_exit_routine_to_atexit();
     LS::validate(currfuninfo->scopes);
     integrate_calls_in_function();
+    // What has just been integrated may name statics that the function knows as members of clusters.
+    if (cluster_refs_are_expanded()) expand_cluster_refs();
     promote_all_embedded_assignments();
     sym_split(currfuninfo);
     simpcfg(false, false);
@@ -92,14 +95,15 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {7, "dump_call_graph_debug", true, ANY_LEVEL, dump_call_graph_debug,
      "lists the call graph and the constant variables in the debug file, the undefined callees in the "
      "information file, and draws the graph when asked"},
-    {8, "collect_clustered_symbols", true, ANY_LEVEL, nullptr, NOT_BUILT},
+    {8, "collect_clustered_symbols", true, ANY_LEVEL, collect_clustered_symbols,
+     "finds statics that the same functions use, and makes structures of them"},
     {9, "pass 2 header", true, ANY_LEVEL, pass_2_header, "flushes the logs and announces the second pass"},
     {10, "set call-graph order", true, ANY_LEVEL, set_call_graph_order,
      "orders the functions by the call graph and drops those that need no code"},
     // From here on each function goes to the end before the next one starts.
     {11, "pass 2 inits", false, ANY_LEVEL, pass_2_inits,
-     "replaces the calls chosen for inlining by copies of their callees; makes statements of the assignments "
-     "inside expressions; cleans the flow graph"},
+     "lets a counting program leave its counts; replaces the calls chosen for inlining by copies of their "
+     "callees; makes statements of the assignments inside expressions; cleans the flow graph"},
     {12, "stack sharing", false, ANY_LEVEL, build_stack_sharing_type,
      "gives arrays and structures of blocks that never live together the same room in the frame"},
     {13, "CPS", false, ANY_LEVEL, straighten_cond_paths,
@@ -170,7 +174,8 @@ const STEP_ROW step_table[STEP_COUNT] = {
     {67, "merge symbols", false, LEVEL_2_UP_F2, merge_symbols,
      "makes locals that are copies of one another one"},
     {68, "DD restructuring", false, ANY_LEVEL, nullptr, EMPTY_HERE},
-    {69, "expand cluster refs", false, ANY_LEVEL, nullptr, NOT_BUILT},
+    {69, "expand cluster refs", false, ANY_LEVEL, expand_cluster_refs,
+     "makes members of the statics that have been put together"},
     {70, "CSU returning temp", false, ANY_LEVEL, subst_csu_returning_temp_for_local_var,
      "lets a call store the structure it returns where it is copied to"},
     {71, "superblocks", false, LEVEL_1_UP, optimize_superblocks_in_cfg,

@@ -24,6 +24,7 @@
 #include "accesses.h"
 #include "bblk.h"
 #include "bbutils.h"
+#include "clusters.h"
 #include "copy.h"
 #include "copyprop.h"
 #include "debug.h"
@@ -299,6 +300,12 @@ bool START::is_convertible(SYMTAB* symbol) const {
            is_known_here_only(symbol);
 }
 
+// The static in which the part lies, also where that is a member of a cluster.
+SYMTAB* object_at(const PART& part) {
+    SYMTAB* member = static_in_cluster(part.object, part.offset);
+    return member != nullptr ? member : part.object;
+}
+
 // Whether the value can stand in an initialiser.
 bool is_record(const NODE* value) {
     switch (value->op) {
@@ -312,8 +319,10 @@ bool is_record(const NODE* value) {
             break;
         default: break;
     }
-    return value->op == UAND && value->left->op == NAME && value->left->symbol()->level == 0 &&
-           !sym_is_FAR(value->left->symbol());
+    if (value->op != UAND) return false;
+    const NODE* object = value->left;
+    if (is_member_of_cluster(object)) object = object->left;
+    return object->op == NAME && object->symbol()->level == 0 && !sym_is_FAR(object->symbol());
 }
 
 // Moves the assignment, which is no volatile access, to the initialiser, if that can be.
@@ -322,7 +331,9 @@ bool START::move(NODE* statement) {
     TYPE* type = statement->left->type->normalized();
     if (!is_record(value) || !same_representation(value->type->normalized(), type)) return false;
     const PART part = part_of_place(statement->left);
-    if (part.object == nullptr || !part.is_exact || !is_convertible(part.object)) return false;
+    // The initialiser of a static that has become a member is its cluster's.
+    if (part.object == nullptr || !part.is_exact || cluster_of(part.object) != nullptr) return false;
+    if (touched_.contains(part.object) || !is_convertible(object_at(part))) return false;
     RECORDS& records = records_.try_emplace(part.object, part.object).first->second;
     if (!records.put(part, value, type->true_type())) return false;
     if (print_debug != 0)
@@ -339,7 +350,9 @@ START::OUTCOME START::visit(NODE* statement) {
     list_part_accesses(statement, accesses_);
     for (const ACCESS& access : accesses_) {
         if (access.name == nullptr) return STOP;
-        if (access.name->symbol()->level == 0) touched_.insert(access.name->symbol());
+        if (access.name->symbol()->level > 0) continue;
+        const PART part = access.place != nullptr ? part_of_place(access.place) : PART{};
+        touched_.insert(part.is_exact ? object_at(part) : access.name->symbol());
     }
     return opcode_is_transfer(statement->op) && statement->op != BRANCH ? STOP : GO_ON;
 }

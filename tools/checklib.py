@@ -58,6 +58,7 @@ class Outcome:
     fault: str | None = None  # the runner's own words for a fault of the program
     counts: dict = field(default_factory=dict)
     total: int = 0
+    entered: int = 0  # functions of the program, main included
 
 
 def order_text(order):
@@ -260,7 +261,7 @@ class Workbench:
         for line in err.decode("utf-8", "replace").splitlines():
             if line.startswith('{"total"'):
                 stats = json.loads(line)
-                outcome.total, outcome.counts = stats["total"], stats["classes"]
+                outcome.total, outcome.counts, outcome.entered = stats["total"], stats["classes"], stats["entered"]
             elif line.strip():
                 messages.append(line.strip())
         if any("Sanitizer" in line or "runtime error:" in line for line in messages):
@@ -291,13 +292,13 @@ class Workbench:
                 return "assembling the disassembly gives other bytes"
         return None
 
-    def behaviour(self, source, config, stdin, original, round_trip=False):
+    def behaviour(self, source, config, stdin, original, round_trip=False, extra=()):
         """Optimises and runs; gives (outcome, what differs from the original or None).
 
         A file whose bytes were seen before shows what it showed then: most steps leave most programs alone. The output
         carries the command line, so all results get one name.
         """
-        program, why = self.optimise(source, config, os.path.join(self.scratch, "optimised.ic"))
+        program, why = self.optimise(source, config, os.path.join(self.scratch, "optimised.ic"), extra)
         if why:
             return Outcome(failure=why), why
         if self.keep:
@@ -306,6 +307,17 @@ class Workbench:
         if digest not in self.seen:
             self.seen[digest] = self.judge(program, stdin, original, round_trip)
         return self.seen[digest]
+
+    def profile(self, source, stdin, original):
+        """Has the program count and runs it; gives (name of the profile, None), or (None, why there is none)."""
+        counts = self.path("flow.cnt")
+        program, why = self.optimise(source, Config("counting", 1), extra=("--count_flow",))
+        if why:
+            return None, why
+        outcome = self.run(program, stdin, original.total * 30 + 1_000_000, counts)
+        if why := compare(original, outcome):
+            return None, why
+        return (counts, None) if os.path.exists(counts) else (None, "the counting program left no counts")
 
     def judge(self, program, stdin, original, round_trip):
         """Runs an optimised file; gives (outcome, what differs from the original or None)."""

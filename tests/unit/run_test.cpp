@@ -530,7 +530,7 @@ TEST_F(RunTest, counts_follow_what_is_executed_not_what_is_written) {
     const outcome o = execute();
     const run::class_counts expected = {3, 3, 2, 6, 3, 0, 1, 5, 0};
     EXPECT_EQ(o.counts, expected);
-    EXPECT_EQ(run::stats_line(o.counts).substr(0, 12), "{\"total\": 23");
+    EXPECT_EQ(run::stats_line(o.counts, 0).substr(0, 12), "{\"total\": 23");
 }
 
 TEST_F(RunTest, a_trace_names_objects_and_not_addresses) {

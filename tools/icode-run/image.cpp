@@ -114,6 +114,8 @@ void image::place_globals() {
             initialise(*symbol, places_.at(symbol).at);
 }
 
+// The optimizer puts statics together in structures; each of them keeps its name, which is that of its
+// member.
 global_place image::place_object(const model::symbol& symbol) {
     global_place place;
     place.kind = global_place::OBJECT;
@@ -121,6 +123,10 @@ global_place image::place_object(const model::symbol& symbol) {
     std::uint32_t align = std::max(align_of(symbol.type), std::clamp(symbol.align / 16, 1u, 1024u));
     place.at = mem.place_static(place.units, align, object_name(symbol),
                                 is_read_only(symbol) ? UNIT_READ : UNIT_READ | UNIT_WRITE);
+    if (symbol.name.starts_with("$O$cluster") && symbol.type->is_csu())
+        for (const fkMDATA* member : symbol.type->csu().members)
+            mem.name_part(place.at + static_cast<address>(member->offset / 16), units_of(member->type),
+                          member->name);
     place.name = &symbol.name;
     return place;
 }

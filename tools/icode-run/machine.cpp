@@ -111,6 +111,7 @@ std::string machine::place() const {
 }
 
 void machine::push_frame(std::uint32_t function, const call_site* site, std::uint32_t dst, bool native) {
+    entered_++;
     const function_code& fn = code_.functions[function];
     const std::size_t given = site->args.size();
     if (given < fn.params.size()) throw fault{"call of " + fn.name + " with too few arguments"};

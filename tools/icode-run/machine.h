@@ -53,6 +53,8 @@ class machine {
     std::uint64_t steps() const { return steps_; }
     // Executed operators by class.
     class_counts counts() const;
+    // How often functions of the program were entered, main included.
+    std::uint64_t entered() const { return entered_; }
 
     // --- For the library.
     image& program;
@@ -154,6 +156,7 @@ class machine {
     std::vector<std::uint64_t> executed_;  // per segment
     std::uint64_t steps_ = 0;
     std::uint64_t copied_units_ = 0; // loads and stores of copies whose length is known only now
+    std::uint64_t entered_ = 0;
     std::uint64_t next_serial_ = 1;
     address sp_ = 0; // end of the newest frame
     unsigned native_depth_ = 0;

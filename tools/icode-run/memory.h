@@ -42,6 +42,10 @@ class memory {
     // Room for a static object; throws fault "out of memory" when there is none left.
     address place_static(std::uint32_t units, std::uint32_t align, const std::string& name,
                          std::uint8_t state);
+    // A part of the object that was placed last goes by a name of its own; parts come in order of address.
+    void name_part(address at, std::uint32_t units, const std::string& name) {
+        statics_.push_back({at, units, name});
+    }
     // An address that stands for a function and can not be read or stored to.
     address place_function();
     // Fixes the bounds of stack and heap.

@@ -7,7 +7,7 @@
 
 namespace run {
 
-std::string stats_line(const class_counts& counts) {
+std::string stats_line(const class_counts& counts, std::uint64_t entered) {
     std::uint64_t total = 0;
     std::string classes;
     for (unsigned c = 0; c < CLASSES; c++) {
@@ -15,7 +15,8 @@ std::string stats_line(const class_counts& counts) {
         classes +=
             (c == 0 ? "\"" : ", \"") + std::string(class_names[c]) + "\": " + std::to_string(counts[c]);
     }
-    return "{\"total\": " + std::to_string(total) + ", \"classes\": {" + classes + "}}";
+    return "{\"total\": " + std::to_string(total) + ", \"classes\": {" + classes +
+           "}, \"entered\": " + std::to_string(entered) + "}";
 }
 
 int run_program(const model::program& program, const std::vector<std::string>& arguments,
@@ -33,7 +34,7 @@ int run_program(const model::program& program, const std::vector<std::string>& a
         machine vm(loaded, code, {with.check, with.trace, with.max_steps});
         const int status = vm.run_main(main_function, arguments);
         if (with.flow_counts != nullptr) *with.flow_counts = vm.flow_counts;
-        if (with.stats) std::fprintf(stderr, "%s\n", stats_line(vm.counts()).c_str());
+        if (with.stats) std::fprintf(stderr, "%s\n", stats_line(vm.counts(), vm.entered()).c_str());
         if (counts != nullptr) *counts = vm.counts();
         return status;
     } catch (const bad_program& e) {

@@ -21,8 +21,8 @@ struct settings {
     std::string* flow_counts = nullptr; // where the counts of a program that counts its flow go, or null
 };
 
-// The counts of executed operators as one line of JSON.
-std::string stats_line(const class_counts& counts);
+// The counts of executed operators, and of functions entered, as one line of JSON.
+std::string stats_line(const class_counts& counts, std::uint64_t entered);
 
 // Runs `main` of the program with these arguments, the first of which is the program's name. Returns the exit
 // status: main's value, 3 after a fault of the program (with a line on standard error), or 1 when the program
