@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "clusters.h"
 #include "debug.h"
 #include "dump.h"
 #include "fileopt.h"
@@ -347,6 +348,7 @@ void analyze_call_graph() {
         auto_inline_call_sites();
         dump_call_graph_debug();
     }
+    collect_clustered_symbols();
     close_file_summary();
 }
 
