@@ -6,6 +6,7 @@
 #include <cstring>
 #include <vector>
 
+#include "clusters.h"
 #include "debug.h"
 #include "dump.h"
 #include "fileopt.h"
@@ -13,6 +14,7 @@
 #include "global_symbols.h"
 #include "graphs.h"
 #include "if_client.h"
+#include "inliner.h"
 #include "node.h"
 #include "opcodes.h"
 #include "pragma.h"
@@ -343,8 +345,10 @@ void analyze_call_graph() {
     if (!fileinfo.ordered.empty()) {
         analyze_global_symbols();
         detect_recursion();
+        auto_inline_call_sites();
         dump_call_graph_debug();
     }
+    collect_clustered_symbols();
     close_file_summary();
 }
 

@@ -255,8 +255,6 @@ void set_up_and_build_call_graph();
 // All that is found out about the whole file, in the order of the steps 3 to 8; what has run does not run
 // again.
 void analyze_call_graph();
-// Calls `visit` with every callee of a function of the graph that is defined here, through pointers too.
-template <class VISIT> void for_each_callee(const FUNINFO* function, VISIT visit);
 // Opens and closes the information file's section on the whole file; each does nothing but once.
 void open_file_summary();
 void close_file_summary();
@@ -276,12 +274,5 @@ bool fun_is_cpp_constructor(const FUNINFO* function);
 bool fun_is_cpp_destructor(const FUNINFO* function);
 bool fun_is_cpp_static_initializer(const FUNINFO* function);
 bool fun_is_cpp_op_new(const FUNINFO* function);
-
-template <class VISIT> void for_each_callee(const FUNINFO* function, VISIT visit) {
-    for (const CALL_EDGE* edge = function->callees; edge != nullptr; edge = edge->next) visit(edge->callee);
-    if (!TEST_FLAG(function, FUN_calls_anonymous)) return;
-    for (FUNINFO* callee : fileinfo.anonymous)
-        if (function_is_defined(callee)) visit(callee);
-}
 
 #endif

@@ -465,6 +465,35 @@ TEST_F(CALL_GRAPH, DeclarationAndDefinitionAreOneObject) {
     EXPECT_FALSE(defined->type->is_const());
 }
 
+TEST_F(CALL_GRAPH, WholeFileIsAnalyzedOnceWhoeverAsks) {
+    SYMTAB* limit = global("limit");
+    initialise(limit, icon(3));
+    begin(function("main"));
+    stmt(call(function("out", SC_EXTERN)));
+    stmt(call(function("main")));
+    stmt(ret(name(limit)));
+    finish();
+    analyze_call_graph();
+    const std::string text = info();
+    const std::string in_order[] = {"\t\t======File-level Analysis Summary======\n\n",
+                                    "\nMaking unmodified global variable CONST:\n\tlimit = 3\n",
+                                    "\nThese functions may be recursive:\n\tmain()\n",
+                                    "\nThese external functions are called but not defined here:\n",
+                                    "\nThese OUTSIDE functions are called but not defined:\n\tout()\n",
+                                    "\n\t\t======= End file-level Analysis =======\n\n"};
+    std::size_t from = 0;
+    for (const std::string& part : in_order) {
+        from = text.find(part, from);
+        ASSERT_NE(from, std::string::npos) << part << text;
+    }
+    analyze_global_symbols();
+    detect_recursion();
+    dump_call_graph_debug();
+    set_call_graph_order();
+    EXPECT_EQ(info(), text);
+    EXPECT_EQ(fileinfo.undefined_OUTSIDE.size(), 1u);
+}
+
 // --- What a function never does.
 
 TEST_F(CALL_GRAPH, OnlyACertainCallKeepsAFunctionFromReturning) {
