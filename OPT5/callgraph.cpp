@@ -356,9 +356,9 @@ void set_call_graph_order() {
     set_up_and_build_call_graph();
     close_file_summary();
     functions.clear();
-    for (const FUNINFO* function : fileinfo.ordered) {
+    for (FUNINFO* function : fileinfo.ordered) {
         if (function == fileinfo.root || TEST_FLAG(function, FUN_is_processed)) continue;
-        if ((function->flags & (FUN_is_suppressed | FUN_cannot_suppress)) == FUN_is_suppressed) continue;
-        functions.push_back(function->symbol);
+        function->is_left_out = is_suppressed(function);
+        if (!function->is_left_out) functions.push_back(function->symbol);
     }
 }

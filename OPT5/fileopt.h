@@ -158,6 +158,7 @@ struct FUNINFO {
     bool is_defined = false;               // its body has been read
     bool is_nonconforming = false;         // a library name with another meaning
     bool is_listed = false;                // among the undefined callees of the file
+    bool is_left_out = false;              // off the list of functions to compile, as it is suppressed
     SNMAP snmap;                           // values of symbols, while a propagation is under way
     SPMAP spmap;                           // pointees of pointers that are assigned once
     std::vector<PRAGMA*> owned_pragmas;    // of the body's statements and symbols; freed by erase_all

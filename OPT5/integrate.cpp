@@ -170,8 +170,10 @@ void unsuppress_inline_function(FUNINFO* f) {
                      currfuninfo != nullptr ? currfuninfo->name.c_str() : "?");
     }
     f->flags &= ~FUN_is_suppressed;
-    if (TEST_FLAG(f, FUN_is_unsuppressed)) return;
     f->flags |= FUN_is_unsuppressed;
+    // A forced order may have it on the list still.
+    if (!f->is_left_out) return;
+    f->is_left_out = false;
     functions.push_back(f->symbol);
 }
 
