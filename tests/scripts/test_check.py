@@ -12,6 +12,8 @@ import tempfile
 import unittest
 
 PROJECT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+sys.path.insert(0, os.path.join(PROJECT, "tools"))
+import checklib  # noqa: E402
 
 # BREAK is "STEP:WAY"; the step acts when the order holds it, it is not skipped, and the level is above 0.
 OPTIMIZER = r"""
@@ -57,7 +59,7 @@ for line in open(sys.argv[-1]):
         print(line.strip(), file=sys.stderr)
         sys.exit(3)
 trace.close()
-print('{"total": %d, "classes": {"move": %d}}' % (total, total), file=sys.stderr)
+print('{"total": %d, "classes": {"move": %d}, "entered": 1}' % (total, total), file=sys.stderr)
 sys.exit(status)
 """
 DISASSEMBLER = r"""
@@ -66,6 +68,19 @@ print("func [1:1:1] @same\n  expr t%d\nendfunc\n\nfunc [1:5:1] @changed" % len(o
 print(open(sys.argv[1]).read() + "endfunc [1:9:1]")
 """
 PROGRAM = "print one\nprint two\naccess b\naccess a\nexit 5\n# a \"(\" is no node\n" + "idle\n" * 4
+
+
+class Traces(unittest.TestCase):
+    def test_locals_may_move_and_nothing_else(self):
+        original = b"W p+0 16 f:l+2\nR f:a+0 16 5\nW p+0 16 g+4\n"
+        same = (original, original.replace(b"f:", b"main:"), original.replace(b"f:l+2", b"main:$O$S7+0"))
+        other = (original.replace(b"f:l+2", b"f:l+3"), original.replace(b"f:l+2", b"main:m+2"),
+                 original.replace(b"g+4", b"main:$O$S7+4"), original.replace(b"16 5", b"16 6"),
+                 original.replace(b"R f", b"W f"), original + b"R p+0 16 0\n", b"")
+        for trace in same:
+            self.assertTrue(checklib.same_accesses(original, trace), trace)
+        for trace in other:
+            self.assertFalse(checklib.same_accesses(original, trace), trace)
 
 
 class Scripts(unittest.TestCase):

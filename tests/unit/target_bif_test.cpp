@@ -163,6 +163,7 @@ TEST_F(BIF_TEST, FoldingAgreesWithTheRunner) {
     long compared = 0;
     for (const char* name : NAMES) {
         const BIF_DESCRIPTOR* descriptor = find_target_BIF_descriptor(name);
+        if (descriptor->has_effects && !descriptor->is_function) continue; // a part of the flow of control
         const run::intrinsic* runs = run::find_intrinsic(name);
         ASSERT_NE(runs, nullptr) << name;
         EXPECT_EQ(runs->arguments, static_cast<unsigned>(descriptor->operands)) << name;
