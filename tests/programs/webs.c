@@ -1,8 +1,11 @@
 // Variables that serve for several values, and copies of variables: reused counters and parameters, values
 // that meet and part, swaps and rotations in loops, lost copies, conditional and embedded stores, structures.
+// Each function keeps its variables to itself: none is inlined.
 #include <setjmp.h>
 #include <stdint.h>
 #include <stdio.h>
+
+#define KEPT __attribute__((noinline))
 
 struct pair {
     int a;
@@ -13,7 +16,7 @@ static volatile int zero;
 static int calls;
 static int next(void) { return ++calls; }
 
-static int reused(int n) {
+KEPT static int reused(int n) {
     int i, t, r = 0;
     for (i = 0; i < n; i++) r += i;
     t = r * 2;
@@ -34,7 +37,7 @@ static int reused(int n) {
     return r + n;
 }
 
-static int meets(int n) {
+KEPT static int meets(int n) {
     int x = n, y;
     if (n & 1) {
         x = next();
@@ -52,7 +55,7 @@ static int meets(int n) {
     return x * 100 + y;
 }
 
-static long swaps(int n) {
+KEPT static long swaps(int n) {
     int a = 1, b = 2, c = 3, t;
     long r = 0;
     while (n-- > 0) {
@@ -72,7 +75,7 @@ static long swaps(int n) {
 }
 
 // The old value is wanted behind the store of the new one.
-static int lost(int n) {
+KEPT static int lost(int n) {
     int x = 1, y;
     do {
         y = x;
@@ -81,7 +84,7 @@ static int lost(int n) {
     return y;
 }
 
-static int fibonacci(int n) {
+KEPT static int fibonacci(int n) {
     int a = 0, b = 1;
     for (int i = 0; i < n; i++) {
         int old = a;
@@ -91,7 +94,7 @@ static int fibonacci(int n) {
     return a;
 }
 
-static int inside(int n) {
+KEPT static int inside(int n) {
     int x = n, y, z = 0;
     y = x;
     z += (x = n + 4, x) + y;
@@ -103,7 +106,7 @@ static int inside(int n) {
     return (n > 3 ? (y += x) : (x -= y)) + x + y * z;
 }
 
-static long structures(int n) {
+KEPT static long structures(int n) {
     struct pair p = {n, n * 3L}, q, r;
     q = p;
     if (n & 2) q.a = 7;
@@ -116,7 +119,7 @@ static long structures(int n) {
     return r.a * 1000 + q.a * 100 + r.b + q.b;
 }
 
-static float floats(float x, int n) {
+KEPT static float floats(float x, int n) {
     float y = x, z;
     for (; n > 0; n--) {
         z = y;
@@ -127,7 +130,7 @@ static float floats(float x, int n) {
 }
 
 static jmp_buf again;
-static int jumps(int n) {
+KEPT static int jumps(int n) {
     volatile int count = 0;
     int x = n;
     int y = x;
@@ -140,7 +143,7 @@ static int jumps(int n) {
     return x * y;
 }
 
-static int uninitialised(int n) {
+KEPT static int uninitialised(int n) {
     int x, y;
     for (int i = 0; i < n; i++) {
         if (i == 0) x = n;
