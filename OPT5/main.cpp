@@ -121,6 +121,13 @@ void run_barrier_phase() {
     barrier->run();
 }
 
+// Whether a function that the phase has left behind as suppressed turned out to be needed.
+bool function_came_back() {
+    for (SYMTAB* function : functions)
+        if (!steps_table.is_done(function) && !steps_table.front(function)->is_barrier()) return true;
+    return false;
+}
+
 bool steps_remain() {
     for (SYMTAB* function : functions)
         if (!steps_table.is_done(function)) return true;
@@ -134,8 +141,10 @@ void run_steps() {
     steps_table.set_sequence(std::move(sequence));
     while (steps_remain()) {
         // The list grows while it is walked: a function comes back when its body turns out to be needed.
-        for (std::size_t i = 0; i < functions.size(); i++)
-            if (!steps_table.is_done(functions[i])) run_function_phase(functions[i]);
+        do {
+            for (std::size_t i = 0; i < functions.size(); i++)
+                if (!steps_table.is_done(functions[i])) run_function_phase(functions[i]);
+        } while (function_came_back());
         run_barrier_phase();
     }
     if (print_debug == 0) return;
