@@ -247,7 +247,7 @@ void report_uncalled() {
         if (f->cg_number >= 0 || TEST_FLAG(f, FUN_is_anonymous | FUN_is_suppressed)) continue;
         std::fprintf(finfo, "\n>>>> WARNING - Function %s()", f->name.c_str());
         std::fputs(" is not called and will not be compiled\n", finfo);
-        info_sentence(f->psn, "%s is never called", f->name.c_str());
+        info_sentence(f->psn, "%s() is never called", f->name.c_str());
     }
 }
 
@@ -300,12 +300,12 @@ void close_file_summary() {
 
 void info_sentence(const PSN* psn, const char* format, ...) {
     if (finfo == nullptr) return;
-    if (psn != nullptr && psn->file != nullptr) std::fprintf(finfo, "%s:%u: ", psn->file, psn->line);
+    if (psn != nullptr && psn->file != nullptr) std::fprintf(finfo, "%s, line %u: ", psn->file, psn->line);
     va_list args;
     va_start(args, format);
     std::vfprintf(finfo, format, args);
     va_end(args);
-    std::fputc('\n', finfo);
+    std::fputs(".\n", finfo);
 }
 
 void set_up_and_build_call_graph() {

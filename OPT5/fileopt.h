@@ -259,8 +259,8 @@ void analyze_call_graph();
 // Opens and closes the information file's section on the whole file; each does nothing but once.
 void open_file_summary();
 void close_file_summary();
-// A line "FILE:LINE: text" about a function or a global to the information file, where there is one; `psn`
-// may be null.
+// A sentence "FILE, line N: text." about a function or a global to the information file, where there is one;
+// `psn` may be null.
 void info_sentence(const PSN* psn, const char* format, ...) __attribute__((format(printf, 2, 3)));
 // Writes the record to the debug file.
 void dump_FUNINFO(const FUNINFO* function, const char* heading);

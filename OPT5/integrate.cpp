@@ -83,10 +83,9 @@ void warn(const FUNINFO* function, const char* why) {
     const long line = psn != nullptr ? static_cast<long>(psn->line) : 0;
     const char* name = function->name.c_str();
     std::fprintf(stderr, "\"%s\", line %ld: Warning - Function %s() cannot be inlined.\n", file, line, name);
-    if (write_opt_info != 0 && finfo != nullptr) {
+    if (finfo != nullptr)
         std::fprintf(finfo, "\n>>> Warning: 'inline' declaration for %s() must be ignored.\n\n", name);
-        std::fprintf(finfo, "%s, line %ld: %s() can't be inlined: %s.\n", file, line, name, why);
-    }
+    info_sentence(psn, "%s() can't be inlined: %s", name, why);
     dprintf("\n\t!!! %s is not integrable.\n", name);
 }
 

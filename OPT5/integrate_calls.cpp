@@ -139,15 +139,12 @@ class INTEGRATOR {
 
 long line_of(const PSN* psn) { return psn != nullptr ? static_cast<long>(psn->line) : 0; }
 
-const char* file_of(const PSN* psn) { return psn != nullptr && psn->file != nullptr ? psn->file : "NO_FILE"; }
-
 bool tells() { return write_opt_info != 0 && finfo != nullptr; }
 
 // The call stays, for a reason that the policy could not see.
 void INTEGRATOR::refuse(FUNINFO* callee, const PSN* psn, const char* why) const {
-    if (tells())
-        std::fprintf(finfo, "%s, line %ld: the call of %s() in %s() is not inlined: %s.\n", file_of(psn),
-                     line_of(psn), callee->name.c_str(), currfuninfo->name.c_str(), why);
+    info_sentence(psn, "the call of %s() in %s() is not inlined: %s", callee->name.c_str(),
+                  currfuninfo->name.c_str(), why);
     unsuppress_inline_function(callee);
 }
 

@@ -155,7 +155,7 @@ void report_recursion() {
     if (!any) return;
     for (const FUNINFO* function : fileinfo.ordered)
         if (function != fileinfo.root && function_may_be_recursive(function))
-            info_sentence(function->psn, "%s may be called again while it runs", function->name.c_str());
+            info_sentence(function->psn, "%s() may be called again while it runs", function->name.c_str());
 }
 
 bool has_self_edge(const FUNINFO* function) {

@@ -149,7 +149,7 @@ void check_for_synonym_function_in_pass_1() {
     dprintf("Making %s a function synonym of %s\n", symbol->name, callee->name);
     if (finfo != nullptr)
         std::fprintf(finfo, "Making %s a function synonym of %s\n", symbol->name, callee->name);
-    info_sentence(function->psn, "%s does nothing but call %s", symbol->name, callee->name);
+    info_sentence(function->psn, "%s() does nothing but call %s()", symbol->name, callee->name);
 }
 
 bool is_synonym_function(const FUNINFO* function) { return function->is_synonym; }
