@@ -4,6 +4,9 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <string>
+
+#include <unistd.h>
 
 #include "OPT5/graphs.h"
 #include "cfg_fixture.h"
@@ -52,7 +55,10 @@ class GRAPHS : public CLEANED_GRAPH {
         return text.find(part) != std::string::npos;
     }
 
-    const std::string path_ = ::testing::TempDir() + "graphs_test.graph";
+    // Other tests write their graphs at the same time.
+    const std::string path_ = ::testing::TempDir() +
+                              ::testing::UnitTest::GetInstance()->current_test_info()->name() +
+                              std::to_string(getpid()) + ".graph";
 };
 
 } // namespace
@@ -144,7 +150,7 @@ TEST_F(GRAPHS, CallGraphHasTheOrderTheCountsAndTheWaysBack) {
     dump_call_graph_debug();
     dump_ocg_in_GDL = 0;
     o_file_name[0] = '\0';
-    const std::string written = ::testing::TempDir() + "graphs_test.calls.dot";
+    const std::string written = path_.substr(0, path_.rfind('.')) + ".calls.dot";
     std::rename(written.c_str(), path_.c_str());
     const std::string dot = text();
     const auto number = [&](const char* name) {
