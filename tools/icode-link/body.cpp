@@ -40,17 +40,7 @@ class copier final : public IF_CLIENT {
         if (record.level == 0 && to_ != nullptr)
             in_.file->bad_file(std::string("the global symbol ") + record.name + " stands in the body");
         model::symbol* s = (record.level == 0 ? owner_.symbol_pool() : *nodes_).new_symbol();
-        s->name = record.name;
-        s->size = record.size;
-        s->value = static_cast<int>(record.value);
-        s->sclass = record.sclass;
-        s->cqual = record.cqual;
-        s->type = record.type;
-        s->cpp_type = record.cpp_type;
-        s->align = record.align;
-        s->option_set = record.option_set;
-        s->has_psn = record.psn != nullptr;
-        if (s->has_psn) s->psn = *record.psn;
+        s->take(record);
         if (record.level == 0) in_.globals.push_back(s);
         return s;
     }

@@ -18,18 +18,8 @@ class reader final : public IF_CLIENT {
 
     I_SYMTAB* cl_symbol_create(const SYMBOL_RECORD& record) override {
         symbol* s = p.nodes.new_symbol();
-        s->name = record.name;
-        s->size = record.size;
-        s->value = static_cast<int>(record.value);
-        s->sclass = record.sclass;
-        s->cqual = record.cqual;
-        s->type = record.type;
-        s->cpp_type = record.cpp_type;
-        s->align = record.align;
+        s->take(record);
         s->location = record.location;
-        s->option_set = record.option_set;
-        s->has_psn = record.psn != nullptr;
-        if (s->has_psn) s->psn = *record.psn;
         if (record.level == 0) {
             p.globals.push_back(s);
         } else if (current != nullptr) {

@@ -56,6 +56,20 @@ void tree::mk_call(unsigned id, unsigned index) {
     eht_index = index;
 }
 
+void symbol::take(const SYMBOL_RECORD& record) {
+    name = record.name;
+    size = record.size;
+    value = static_cast<int>(record.value);
+    sclass = record.sclass;
+    cqual = record.cqual;
+    type = record.type;
+    cpp_type = record.cpp_type;
+    align = record.align;
+    option_set = record.option_set;
+    has_psn = record.psn != nullptr;
+    if (has_psn) psn = *record.psn;
+}
+
 const PRAGMA* symbol::pragma(int wanted) const {
     for (const PRAGMA* p = pragmas; p != nullptr; p = p->next)
         if (p->kind == wanted) return p;

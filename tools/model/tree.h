@@ -108,6 +108,10 @@ class symbol final : public I_SYMTAB {
     int level = 0;
     std::vector<tree*> init; // trees of the initialiser, the ENDINIT included; empty when none
 
+    // Takes all that the record says but the level, the retention and the place in the file, which the reader
+    // sets or the writer knows.
+    void take(const SYMBOL_RECORD& record);
+
     // The first pragma of that kind on the chain, or null.
     const PRAGMA* pragma(int kind) const;
 
