@@ -34,6 +34,7 @@
 #include "debug.h"
 #include "fileopt.h"
 #include "files.h"
+#include "initialiser.h"
 #include "node.h"
 #include "opcodes.h"
 #include "optypes.h"
@@ -83,12 +84,6 @@ const MEMBER* member_of(const SYMTAB* symbol) {
 
 // --- Which statics may move.
 
-std::uint64_t bits_of_entry(const NODE* tree) {
-    if (tree->op == SKIP) return tree->u.lval.bits();
-    if (tree->op != SCON || tree->type->is_ptr()) return tree->type->size();
-    return std::max<std::uint64_t>(tree->type->size(), tree->text_length * UNIT_BITS);
-}
-
 template <class VISIT> void for_each_entry(const EXPR_LIST* init, VISIT visit) {
     if (init == nullptr) return;
     const EXPR_LIST* cell = init;
@@ -106,7 +101,7 @@ bool initialiser_fits(const SYMTAB* symbol) {
         if (tree->op == SKIP ? tree->u.lval.is_negative() : tree->type == nullptr) {
             is_readable = false;
         } else {
-            bits += bits_of_entry(tree);
+            bits += initialiser_bits(tree);
         }
     });
     return is_readable && bits <= symbol->size;
@@ -327,17 +322,7 @@ NODE* skip_of(std::uint64_t bits) {
 // The initialisers one behind the other; null where no member has one.
 EXPR_LIST* merged_initialiser(const std::vector<MEMBER>& members) {
     EXPR_LIST* list = nullptr;
-    const auto append = [&list](NODE* tree) {
-        auto* cell = static_cast<EXPR_LIST*>(current_pool().allocate(sizeof(EXPR_LIST)));
-        cell->tree = tree;
-        if (list == nullptr) {
-            list = cell->next = cell->prev = cell;
-            return;
-        }
-        cell->next = list;
-        cell->prev = list->prev;
-        cell->prev->next = cell->next->prev = cell;
-    };
+    const auto append = [&list](NODE* tree) { append_to_initialiser(list, tree); };
     std::uint64_t written = 0; // bits that the trees so far account for
     for (const MEMBER& member : members) {
         std::uint64_t at = static_cast<std::uint64_t>(member.place->offset);
@@ -345,9 +330,9 @@ EXPR_LIST* merged_initialiser(const std::vector<MEMBER>& members) {
             if (tree->op != SKIP) {
                 if (at > written) append(skip_of(at - written));
                 append(tree);
-                written = at + bits_of_entry(tree);
+                written = at + initialiser_bits(tree);
             }
-            at += bits_of_entry(tree);
+            at += initialiser_bits(tree);
         });
     }
     if (list != nullptr) append(new NODE(ENDINIT, tp->int_type(IK_INT)));

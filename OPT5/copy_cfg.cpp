@@ -12,6 +12,7 @@
 #include "fileopt.h"
 #include "files.h"
 #include "in_function.h"
+#include "initialiser.h"
 #include "ls.h"
 #include "node.h"
 #include "opcodes.h"
@@ -108,15 +109,7 @@ void COPIER::copy_initialisers(const SYMTAB* list) {
         SYMTAB* copy = copy_.symbols.at(list);
         const EXPR_LIST* cell = first;
         do {
-            auto* entry = static_cast<EXPR_LIST*>(current_pool().allocate(sizeof(EXPR_LIST)));
-            entry->tree = copy_expression(cell->tree);
-            if (copy->init == nullptr) {
-                copy->init = entry->next = entry->prev = entry;
-            } else {
-                entry->next = copy->init;
-                entry->prev = copy->init->prev;
-                entry->prev->next = entry->next->prev = entry;
-            }
+            append_to_initialiser(copy->init, copy_expression(cell->tree));
             cell = cell->next;
         } while (cell != first);
     }

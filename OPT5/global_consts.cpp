@@ -16,6 +16,7 @@
 #include "erase.h"
 #include "fileopt.h"
 #include "files.h"
+#include "initialiser.h"
 #include "node.h"
 #include "opcodes.h"
 #include "optypes.h"
@@ -33,11 +34,6 @@ constexpr std::uint64_t UNIT_BITS = 16;
 
 // --- The index of an initialiser.
 
-std::uint64_t bits_of_entry(const NODE* tree) {
-    if (tree->op != SCON || tree->type->is_ptr()) return tree->type->size();
-    return std::max<std::uint64_t>(tree->type->size(), tree->text_length * UNIT_BITS);
-}
-
 void index_initialiser(SYMTAB* symbol) {
     std::vector<INIT_ENTRY> entries;
     std::uint64_t offset = 0;
@@ -51,7 +47,7 @@ void index_initialiser(SYMTAB* symbol) {
             break;
         } else {
             entries.push_back({offset, tree});
-            offset += bits_of_entry(tree);
+            offset += initialiser_bits(tree);
         }
         cell = cell->next;
     } while (cell != symbol->init);
@@ -76,7 +72,7 @@ PIECE find_piece(SYMTAB* symbol, std::uint64_t offset, std::uint64_t width) {
     if (next != last && next->offset < offset + width) return {};
     if (next == first) return {nullptr, true};
     const INIT_ENTRY* entry = next - 1;
-    const std::uint64_t end = entry->offset + bits_of_entry(entry->tree);
+    const std::uint64_t end = entry->offset + initialiser_bits(entry->tree);
     if (end <= offset) return {nullptr, true};
     return {entry, offset + width <= end};
 }

@@ -12,6 +12,7 @@
 #include "files.h"
 #include "fl_statics.h"
 #include "if_file.h"
+#include "initialiser.h"
 #include "instrument.h"
 #include "integrate.h"
 #include "integrate_stmts.h"
@@ -141,16 +142,9 @@ void OPT_CLIENT::cl_symbol_init(I_SYMTAB* owner, INIT_TREES&& trees) {
     auto* symbol = static_cast<SYMTAB*>(owner);
     if (symbol->init != nullptr) bad_input(symbol->psn, "symbol %s has two initialisers", symbol->name);
     for (BASE_NODE* tree : trees) {
-        auto* cell = static_cast<EXPR_LIST*>(current_pool().allocate(sizeof(EXPR_LIST)));
-        cell->tree = name_cleanup(static_cast<NODE*>(tree));
-        scan_initialiser(cell->tree);
-        if (symbol->init == nullptr) {
-            symbol->init = cell->next = cell->prev = cell;
-        } else {
-            cell->next = symbol->init;
-            cell->prev = symbol->init->prev;
-            cell->prev->next = cell->next->prev = cell;
-        }
+        NODE* value = name_cleanup(static_cast<NODE*>(tree));
+        scan_initialiser(value);
+        append_to_initialiser(symbol->init, value);
     }
 }
 

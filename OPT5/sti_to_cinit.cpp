@@ -32,6 +32,7 @@
 #include "erase.h"
 #include "fileopt.h"
 #include "files.h"
+#include "initialiser.h"
 #include "node.h"
 #include "object_parts.h"
 #include "opcodes.h"
@@ -63,12 +64,6 @@ class OUTSIDE_OF_FUNCTION {
 };
 
 // --- The records of one object.
-
-std::int64_t bits_of_record(const NODE* tree) {
-    const auto size = static_cast<std::int64_t>(tree->type->size());
-    if (tree->op != SCON || tree->type->is_ptr()) return size;
-    return std::max(size, static_cast<std::int64_t>(tree->text_length) * UNIT_BITS);
-}
 
 class RECORDS {
   public:
@@ -105,8 +100,9 @@ RECORDS::RECORDS(SYMTAB* symbol) : symbol_(symbol) {
         if (tree->op == SKIP) {
             offset += tree->u.lval.to_signed();
         } else if (tree->type != nullptr && tree->type->size() > 0) {
-            records_.emplace(offset, RECORD{bits_of_record(tree), tree});
-            offset += bits_of_record(tree);
+            const auto bits = static_cast<std::int64_t>(initialiser_bits(tree));
+            records_.emplace(offset, RECORD{bits, tree});
+            offset += bits;
         } else {
             is_readable_ = false;
         }
@@ -182,17 +178,7 @@ bool RECORDS::put(const PART& part, const NODE* constant, TYPE* type) {
 void RECORDS::write_back() {
     const OUTSIDE_OF_FUNCTION outside;
     EXPR_LIST* first = nullptr;
-    const auto append = [&first](NODE* tree) {
-        auto* cell = static_cast<EXPR_LIST*>(current_pool().allocate(sizeof(EXPR_LIST)));
-        cell->tree = tree;
-        if (first == nullptr) {
-            first = cell->next = cell->prev = cell;
-            return;
-        }
-        cell->next = first;
-        cell->prev = first->prev;
-        cell->prev->next = first->prev = cell;
-    };
+    const auto append = [&first](NODE* tree) { append_to_initialiser(first, tree); };
     std::int64_t offset = 0;
     for (const auto& [start, record] : records_) {
         if (start > offset) {
